@@ -1,0 +1,12 @@
+// velzip: every public header.
+#ifndef VELZIP_VELZIP_HPP
+#define VELZIP_VELZIP_HPP
+
+#include "velzip/FileUtils.h"
+#include "velzip/StringUtils.h"
+#include "velzip/VelLzmaHelper.h"
+#include "velzip/callbacks.h"
+#include "velzip/log.h"
+#include "velzip/velzip.h"
+
+#endif  // VELZIP_VELZIP_HPP

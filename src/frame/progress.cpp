@@ -1,0 +1,7 @@
+#include "frame/progress.h"
+
+namespace velzip {
+
+ZLibCallbackAction defaultCallback(ZLibCBData*) { return kZLibContinue; }
+
+}  // namespace velzip

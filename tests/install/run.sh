@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Installs the built tree into a scratch prefix and links a tiny host program
+# against it twice: through pkg-config and through find_package(velzip).
+set -euo pipefail
+build=$1
+src=$(cd "$(dirname "$0")" && pwd)
+prefix=$(mktemp -d /tmp/velzip-install.XXXXXX)
+trap 'rm -rf "$prefix"' EXIT
+
+cmake --install "$build" --prefix "$prefix" >/dev/null
+libdir=$(dirname "$(find "$prefix" -name velzip.pc | head -1)")/..
+
+# pkg-config
+PKG_CONFIG_PATH=$libdir/pkgconfig c++ -std=c++17 "$src/host.cpp" -o "$prefix/host-pc" \
+  $(PKG_CONFIG_PATH=$libdir/pkgconfig pkg-config --cflags --libs velzip)
+LD_LIBRARY_PATH=$libdir "$prefix/host-pc"
+# the C header alone compiles as C99
+cc -std=c99 -Wall -Werror -c -x c - -o /dev/null -I"$prefix/include" <<'C'
+#include <velzip/velzip.h>
+int main(void) { return velzipSetLogger(0, 0); }
+C
+
+# find_package
+mkdir -p "$prefix/cm"
+cmake -S "$src" -B "$prefix/cm" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$prefix/cm" >/dev/null
+LD_LIBRARY_PATH=$libdir "$prefix/cm/host"
+echo "install: pkg-config and find_package hosts link and run"
