@@ -12,7 +12,7 @@
 namespace Vel {
 namespace {
 
-constexpr size_t kIoBlock = 256 * 1024;
+constexpr size_t kIoBlock = 64 * 1024;
 
 class Fd {
  public:

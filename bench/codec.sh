@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Payload codec vs xz (raw LZMA2, preset 5, 16 MiB dictionary, one thread).
+set -euo pipefail
+build=$1
+. "$(dirname "$0")/common.sh"
+make_inputs
+tmp=$(mktemp -d /tmp/velzip-bench.XXXXXX)
+trap 'rm -rf "$tmp"' EXIT
+xz_enc() { xz --format=raw --lzma2=preset=5,dict=16MiB -T1 -c "$1" > "$2"; }
+xz_dec() { xz --format=raw --lzma2=dict=16MiB -d -c "$1" > /dev/null; }
+
+echo "== payload codec: 64 MB file =="
+read -r _ _ _ in _ out _ enc _ dec < <("$build/bench/bench_codec" "$LARGE")
+xe=$(seconds xz_enc "$LARGE" "$tmp/large.xz")
+xd=$(seconds xz_dec "$tmp/large.xz")
+xsize=$(stat -c %s "$tmp/large.xz")
+row "" "velzip" "xz" "ratio" ""
+row "encode seconds" "$enc" "$xe" "$(ratio "$enc" "$xe")" "(<=1.03x)"
+row "decode seconds" "$dec" "$xd" "$(ratio "$dec" "$xd")" ""
+row "bytes out" "$out" "$xsize" "$(ratio "$out" "$xsize")" ""
+
+echo "== payload codec: tree of small files, one payload each =="
+(cd "$TREE" && find . -type f | sort) | sed "s|^\.|$TREE|" > "$tmp/list"
+read -r _ files _ in _ out _ enc _ dec < <("$build/bench/bench_codec" - < "$tmp/list")
+row "files / bytes in" "$files" "$in" "" ""
+row "encode seconds (all files)" "$enc" "" "" ""
+row "decode seconds (all files)" "$dec" "" "" ""
+row "bytes out" "$out" "" "" ""
