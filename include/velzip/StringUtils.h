@@ -72,11 +72,12 @@ VELZIP_API bool DecodeBase64Data(const char* text, int length, std::string& out,
 // buffer is non-null and at least one byte was decoded.
 VELZIP_API bool DecodeBase64Data(const char* text, int length, unsigned char** buffer, int& size,
                                  void* logger);
-// Percent-encodes in place: everything but letters, digits and "-._~!'()*" as
-// upper-case %XX of the UTF-8 bytes.
+// Percent-encodes in place: everything but letters, digits and "-._~!'()*"
+// becomes upper-case %XX of its UTF-8 bytes ('%' and NUL included). False (text
+// unchanged) when the text is not valid UTF-8.
 VELZIP_API bool GetURLEncodedString(std::string& text);
 // Replaces every %XX in place; false (text unchanged) when the input is not
-// valid UTF-8 or the escapes do not decode to valid UTF-8.
+// valid UTF-8, a '%' lacks two hex digits, or the result is not valid UTF-8.
 VELZIP_API bool GetURLDecodedString(std::string& text);
 
 // --- String algorithms, versions and patterns --------------------------------
@@ -110,7 +111,8 @@ std::basic_string<CharT, Traits, Alloc> StringFindAndReplace(
 VELZIP_API int SplitStrings(std::vector<std::string>& pieces, const std::string& text,
                             const std::string& separator);
 // Appends to pieces; only the last piece is split further and separators are
-// tried in list order. Returns the number of pieces added.
+// tried in list order (empty ones are ignored). Returns the number of pieces
+// added.
 VELZIP_API int SplitStrings(std::vector<std::string>& pieces, const std::string& text,
                             const std::vector<std::string>& separators);
 VELZIP_API std::string CombineStrings(const std::vector<std::string>& pieces,
@@ -138,12 +140,11 @@ VELZIP_API bool MatchRegularExpression(const std::string& pattern, const std::st
                                        bool caseSensitive);
 // Replaces every match ("$1", "$&" expanded). An invalid pattern throws
 // std::logic_error: pass only patterns known to be valid.
-VELZIP_API std::string ReplaceRegularExpression(const std::string& pattern,
-                                                const std::string& text,
-                                                const std::string& replacement,
-                                                bool caseSensitive);
+VELZIP_API std::string ReplaceRegularExpression(const std::string& pattern, const std::string& text,
+                                                const std::string& replacement, bool caseSensitive);
 // Inflates a gzip member. Corrupt or truncated data still succeeds with what
-// could be inflated; false only when the inflater cannot start or end.
+// could be inflated; false only when the inflater cannot start or end, or the
+// output does not fit in memory.
 VELZIP_API bool GunzipString(const std::string& compressed, std::string& out);
 
 }  // namespace StringUtils
