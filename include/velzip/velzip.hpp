@@ -4,7 +4,10 @@
 
 #include "velzip/FileUtils.h"
 #include "velzip/StringUtils.h"
+#include "velzip/UZ_FileInfo.h"
 #include "velzip/VelLzmaHelper.h"
+#include "velzip/VelUnzipHandler.h"
+#include "velzip/VelZipHandler.h"
 #include "velzip/callbacks.h"
 #include "velzip/log.h"
 #include "velzip/velzip.h"
