@@ -1,0 +1,85 @@
+// velzip: the format-1 archive writer.
+//
+// Regular files become stored zip entries holding an LZMA2 payload, with the
+// restored size as decimal text in the local extra field; links are stored as
+// their target, folders as names ending in "/". Modes travel in the upper 16
+// bits of the external attributes. Failures return false and leave the
+// archive open and usable.
+#ifndef VELZIP_VELZIPHANDLER_H
+#define VELZIP_VELZIPHANDLER_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "velzip/callbacks.h"
+#include "velzip/export.h"
+
+// Statistics of a folder tree, as GetFolderInfo adds them up.
+struct Z_FileInfo {
+  uint32_t fileCount = 0;    // items that are not folders (files, links, others)
+  uint32_t folderCount = 0;  // sub-folders; the starting folder is not counted
+  uint64_t totalSize = 0;    // bytes of the regular files
+};
+
+namespace velzip {
+class ZipWriter;
+}
+
+namespace Vel {
+
+class VELZIP_API VelZipHandler {
+ public:
+  // Opens zipPath at once when it is non-null (see openZip).
+  explicit VelZipHandler(const char* zipPath = nullptr, const char* baseDir = nullptr,
+                         bool append = false);
+  // Finishes an open archive.
+  virtual ~VelZipHandler();
+  VelZipHandler(const VelZipHandler&) = delete;
+  VelZipHandler& operator=(const VelZipHandler&) = delete;
+
+  // Closes any open archive first. A relative zipPath is taken from the
+  // current directory. append writes the archive after the bytes already in
+  // the file (a missing file is simply created). baseDir null: the archive's
+  // folder becomes the base folder; "" leaves it empty.
+  bool openZip(const char* zipPath, const char* baseDir, bool append);
+  // Writes the central directory. True also when nothing was open.
+  bool closeZip();
+
+  // Adds one file or link. Without entryName the stored name is derived from
+  // path: its last component when flatten, else the part after the base folder
+  // for absolute paths, else path itself (a leading ".\" dropped).
+  bool addFileToZip(const char* path, const char* entryName, bool flatten);
+  // Adds a folder tree depth-first in listing order; sub-folders always get
+  // their own entry, the folder itself only with addRootFolder.
+  bool addFolderToZip(const char* path, bool flatten, bool addRootFolder);
+  // Adds path's extended attributes as the AppleDouble companion
+  // "__MACOSX/<folder>/._<name>" of entryName. Links get none.
+  bool addResourceForkToZip(const char* entryName, const char* path);
+
+  // Kept for the host; the writer logs through the archive sink only.
+  void setLogger(void* logger);
+  // A null fn keeps the current callback; userData is stored either way.
+  void setCallback(ZLibCallback fn, void* userData);
+  // Resolves a relative path in place against the base folder. path must
+  // hold 1024 bytes.
+  void prepareSourcePath(char* path);
+
+  // path into path + ".zip".
+  static bool ZipFile(const char* path);
+  // Adds the counts of the tree at path to info (info is not cleared).
+  static bool GetFolderInfo(const char* path, Z_FileInfo& info);
+  // Folder path into path + ".zip", names relative to path's parent.
+  static bool ZipFolder(const char* path, bool flatten);
+  // Folder path into zipPath, names relative to path (which should end in "/").
+  static bool ZipFolder(const char* path, const char* zipPath, bool flatten);
+  // Appends path's content as a new gzip member to path + ".gz".
+  static bool GZipFile(const std::string& path);
+
+ private:
+  std::unique_ptr<velzip::ZipWriter> writer_;
+};
+
+}  // namespace Vel
+
+#endif  // VELZIP_VELZIPHANDLER_H

@@ -1,0 +1,59 @@
+// Descriptors and temporary files the writers own while one entry is made.
+#ifndef VELZIP_ZIP_TEMP_FILE_H
+#define VELZIP_ZIP_TEMP_FILE_H
+
+#include <unistd.h>
+
+#include <string>
+
+namespace velzip {
+
+class ScopedFd {
+ public:
+  ScopedFd() = default;
+  explicit ScopedFd(int fd) : fd_(fd) {}
+  ~ScopedFd() { reset(); }
+  ScopedFd(const ScopedFd&) = delete;
+  ScopedFd& operator=(const ScopedFd&) = delete;
+
+  int get() const { return fd_; }
+  bool ok() const { return fd_ >= 0; }
+  void reset(int fd = -1) {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = fd;
+  }
+
+ private:
+  int fd_ = -1;
+};
+
+// A file made exclusively (never an existing file or link), mode 0600, open
+// for reading and writing, and removed again when this object goes.
+class TempFile {
+ public:
+  TempFile() = default;
+  ~TempFile() { remove(); }
+  TempFile(const TempFile&) = delete;
+  TempFile& operator=(const TempFile&) = delete;
+
+  // Creates exactly path. False (nothing made) when it exists or cannot be made.
+  bool create(const std::string& path);
+  // Creates a fresh name from a template ending in "XXXXXX".
+  bool createFromTemplate(const char* pattern);
+
+  int fd() const { return fd_.get(); }
+  const std::string& path() const { return path_; }
+  bool exists() const { return !path_.empty(); }
+  // Empties the file for reuse, positioned at its start.
+  bool rewind();
+  // Closes and deletes the file; true when nothing is left behind.
+  bool remove();
+
+ private:
+  ScopedFd fd_;
+  std::string path_;
+};
+
+}  // namespace velzip
+
+#endif  // VELZIP_ZIP_TEMP_FILE_H
