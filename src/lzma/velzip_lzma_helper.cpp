@@ -4,36 +4,14 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <vector>
 
+#include "frame/handles.h"
 #include "lzma/lzma2_codec.h"
+#include "lzma/payload_encoder.h"
 #include "velzip/VelLzmaHelper.h"
 
 namespace Vel {
 namespace {
-
-constexpr size_t kIoBlock = 64 * 1024;
-
-class Fd {
- public:
-  explicit Fd(int fd) : fd_(fd) {}
-  ~Fd() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  int get() const { return fd_; }
-  bool ok() const { return fd_ >= 0; }
-  // Closing reports errors a write may have deferred.
-  bool release() {
-    const int fd = fd_;
-    fd_ = -1;
-    return fd < 0 || close(fd) == 0;
-  }
-
- private:
-  int fd_;
-};
 
 class Stream {
  public:
@@ -46,60 +24,6 @@ class Stream {
  private:
   lzma_stream strm_ = LZMA_STREAM_INIT;
 };
-
-bool writeAll(int fd, const uint8_t* data, size_t size) {
-  while (size > 0) {
-    const ssize_t n = write(fd, data, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    data += n;
-    size -= static_cast<size_t>(n);
-  }
-  return true;
-}
-
-ssize_t readSome(int fd, uint8_t* buf, size_t size) {
-  for (;;) {
-    const ssize_t n = read(fd, buf, size);
-    if (n >= 0 || errno != EINTR) return n;
-  }
-}
-
-// Runs the raw LZMA2 encoder from read() to write() callables. The property
-// byte goes first; the encoder's own output ends with the LZMA2 end byte.
-template <class ReadFn, class WriteFn>
-bool encode(uint32_t dictSize, ReadFn&& readSome, WriteFn&& writeAll) {
-  lzma_options_lzma opt = velzip::encoderOptions(dictSize);
-  lzma_filter filters[] = {{LZMA_FILTER_LZMA2, &opt}, {LZMA_VLI_UNKNOWN, nullptr}};
-  Stream stream;
-  lzma_stream* strm = stream.get();
-  if (lzma_raw_encoder(strm, filters) != LZMA_OK) return false;
-
-  const uint8_t prop = velzip::kLzma2PropByte;
-  if (!writeAll(&prop, 1)) return false;
-
-  std::vector<uint8_t> in(kIoBlock), out(kIoBlock);
-  lzma_action action = LZMA_RUN;
-  strm->next_out = out.data();
-  strm->avail_out = out.size();
-  for (;;) {
-    if (strm->avail_in == 0 && action == LZMA_RUN) {
-      const ssize_t n = readSome(in.data(), in.size());
-      if (n < 0) return false;
-      strm->next_in = in.data();
-      strm->avail_in = static_cast<size_t>(n);
-      if (n == 0) action = LZMA_FINISH;
-    }
-    const lzma_ret ret = lzma_code(strm, action);
-    if (strm->avail_out == 0 || ret == LZMA_STREAM_END) {
-      if (!writeAll(out.data(), out.size() - strm->avail_out)) return false;
-      strm->next_out = out.data();
-      strm->avail_out = out.size();
-    }
-    if (ret == LZMA_STREAM_END) return true;
-    if (ret != LZMA_OK) return false;
-  }
-}
 
 }  // namespace
 
@@ -116,25 +40,26 @@ VelLzmaHelper::VelLzmaHelper() = default;
 VelLzmaHelper::~VelLzmaHelper() = default;
 
 bool VelLzmaHelper::encodeFileWithLZMA2(const std::string& inPath, const std::string& outPath) {
-  Fd in(open(inPath.c_str(), O_RDONLY | O_CLOEXEC));
+  velzip::UniqueFd in(open(inPath.c_str(), O_RDONLY | O_CLOEXEC));
   if (!in.ok()) return false;
-  Fd out(open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  velzip::UniqueFd out(open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
   if (!out.ok()) return false;
   struct stat st;
-  const uint64_t size = fstat(in.get(), &st) == 0 ? static_cast<uint64_t>(st.st_size) : ~0ull;
-  const bool ok = encode(
-      velzip::workingDictSize(size),
-      [&](uint8_t* buf, size_t n) { return readSome(in.get(), buf, n); },
-      [&](const uint8_t* buf, size_t n) { return writeAll(out.get(), buf, n); });
-  return out.release() && ok;
+  const uint64_t size = fstat(in.get(), &st) == 0 ? static_cast<uint64_t>(st.st_size) : UINT64_MAX;
+  velzip::PayloadEncoder encoder;
+  const bool ok = encoder.encode(
+      size, [&](uint8_t* buf, size_t n) { return velzip::readRetry(in.get(), buf, n); },
+      [&](const uint8_t* buf, size_t n) { return velzip::writeAll(out.get(), buf, n); });
+  return out.close() && ok;
 }
 
 bool VelLzmaHelper::encodeStreamWithLZMA2(void* inStream, void* outStream) {
   auto* in = static_cast<ISeqInStream*>(inStream);
   auto* out = static_cast<ISeqOutStream*>(outStream);
   if (in == nullptr || out == nullptr) return false;
-  return encode(
-      velzip::kLzma2DictSize,
+  velzip::PayloadEncoder encoder;
+  return encoder.encode(
+      UINT64_MAX,
       [&](uint8_t* buf, size_t n) -> ssize_t {
         size_t size = n;
         if (in->Read(in, buf, &size) != 0 || size > n) return -1;

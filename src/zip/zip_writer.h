@@ -17,7 +17,7 @@
 #include "frame/log_emit.h"
 #include "frame/progress.h"
 #include "velzip/VelZipHandler.h"
-#include "zip/payload_encoder.h"
+#include "lzma/payload_encoder.h"
 #include "zip/temp_file.h"
 
 namespace velzip {
@@ -57,6 +57,8 @@ struct WriterFormat {
 
 // Format 1: stored LZMA2 payloads.
 const WriterFormat& lzmaWriterFormat();
+// Format 0: sources deflated by the zip layer.
+const WriterFormat& deflateWriterFormat();
 
 class ZipWriter {
  public:

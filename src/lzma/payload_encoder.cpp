@@ -1,4 +1,4 @@
-#include "zip/payload_encoder.h"
+#include "lzma/payload_encoder.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -6,15 +6,17 @@
 
 #include <cerrno>
 
+#include "frame/handles.h"
 #include "lzma/lzma2_codec.h"
-#include "zip/temp_file.h"
 
 namespace velzip {
 namespace {
 
 constexpr size_t kIoBlock = 256 * 1024;
 
-ssize_t readSome(int fd, uint8_t* buf, size_t size) {
+}  // namespace
+
+ssize_t readRetry(int fd, uint8_t* buf, size_t size) {
   for (;;) {
     const ssize_t n = ::read(fd, buf, size);
     if (n >= 0 || errno != EINTR) return n;
@@ -33,7 +35,16 @@ bool writeAllAt(int fd, const uint8_t* data, size_t size, uint64_t offset) {
   return true;
 }
 
-}  // namespace
+bool writeAll(int fd, const uint8_t* data, size_t size) {
+  while (size > 0) {
+    const ssize_t n = ::write(fd, data, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    data += n;
+    size -= static_cast<size_t>(n);
+  }
+  return true;
+}
 
 void PayloadEncoder::release() {
   if (active_) lzma_end(&strm_);
@@ -43,26 +54,11 @@ void PayloadEncoder::release() {
   out_.reset();
 }
 
-bool PayloadEncoder::flush(int outFd, uint64_t& offset) {
-  const size_t n = kIoBlock - strm_.avail_out;
-  if (!writeAllAt(outFd, out_.get(), n, offset)) return false;
-  offset += n;
-  strm_.next_out = out_.get();
-  strm_.avail_out = kIoBlock;
-  return true;
-}
-
-bool PayloadEncoder::encodeFile(const char* sourcePath, int outFd, uint64_t& sourceBytes,
-                                uint64_t& payloadBytes) {
-  // Non-blocking: a fifo that slipped in fails instead of waiting for a writer.
-  ScopedFd in(::open(sourcePath, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!in.ok()) return false;
-  struct stat st;
-  const uint64_t size = fstat(in.get(), &st) == 0 ? static_cast<uint64_t>(st.st_size) : ~0ull;
-
+bool PayloadEncoder::encode(uint64_t sizeHint, const Reader& read, const Writer& write,
+                            uint64_t* sourceBytes) {
   // Re-initialising the same stream keeps liblzma's allocations when the
   // dictionary size repeats.
-  lzma_options_lzma opt = encoderOptions(workingDictSize(size));
+  lzma_options_lzma opt = encoderOptions(workingDictSize(sizeHint));
   lzma_filter filters[] = {{LZMA_FILTER_LZMA2, &opt}, {LZMA_VLI_UNKNOWN, nullptr}};
   if (lzma_raw_encoder(&strm_, filters) != LZMA_OK) {
     release();
@@ -74,8 +70,7 @@ bool PayloadEncoder::encodeFile(const char* sourcePath, int outFd, uint64_t& sou
     out_ = std::make_unique<uint8_t[]>(kIoBlock);
   }
 
-  uint64_t offset = 0;
-  sourceBytes = 0;
+  uint64_t consumed = 0;
   out_[0] = kLzma2PropByte;
   strm_.next_out = out_.get() + 1;
   strm_.avail_out = kIoBlock - 1;
@@ -84,21 +79,45 @@ bool PayloadEncoder::encodeFile(const char* sourcePath, int outFd, uint64_t& sou
   lzma_action action = LZMA_RUN;
   for (;;) {
     if (strm_.avail_in == 0 && action == LZMA_RUN) {
-      const ssize_t n = readSome(in.get(), in_.get(), kIoBlock);
-      if (n < 0) return false;
+      const ssize_t n = read(in_.get(), kIoBlock);
+      if (n < 0 || static_cast<size_t>(n) > kIoBlock) return false;
       strm_.next_in = in_.get();
       strm_.avail_in = static_cast<size_t>(n);
-      sourceBytes += static_cast<uint64_t>(n);
+      consumed += static_cast<uint64_t>(n);
       if (n == 0) action = LZMA_FINISH;
     }
     const lzma_ret ret = lzma_code(&strm_, action);
-    if ((strm_.avail_out == 0 || ret == LZMA_STREAM_END) && !flush(outFd, offset)) return false;
+    if (strm_.avail_out == 0 || ret == LZMA_STREAM_END) {
+      if (!write(out_.get(), kIoBlock - strm_.avail_out)) return false;
+      strm_.next_out = out_.get();
+      strm_.avail_out = kIoBlock;
+    }
     if (ret == LZMA_STREAM_END) break;
     if (ret != LZMA_OK) return false;
   }
+  if (sourceBytes != nullptr) *sourceBytes = consumed;
+  return true;
+}
+
+bool PayloadEncoder::encodeFile(const char* sourcePath, int outFd, uint64_t& sourceBytes,
+                                uint64_t& payloadBytes) {
+  // Non-blocking: a fifo that slipped in fails instead of waiting for a writer.
+  UniqueFd in(::open(sourcePath, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!in.ok()) return false;
+  struct stat st;
+  const uint64_t size = fstat(in.get(), &st) == 0 ? static_cast<uint64_t>(st.st_size) : UINT64_MAX;
+  uint64_t offset = 0;
+  const bool ok = encode(
+      size, [&](uint8_t* buf, size_t n) { return readRetry(in.get(), buf, n); },
+      [&](const uint8_t* buf, size_t n) {
+        if (!writeAllAt(outFd, buf, n, offset)) return false;
+        offset += n;
+        return true;
+      },
+      &sourceBytes);
   // Shrinking (never to zero) rather than truncating first: some file systems
   // flush a file that was emptied and rewritten as soon as it is closed.
-  if (::ftruncate(outFd, static_cast<off_t>(offset)) != 0) return false;
+  if (!ok || ::ftruncate(outFd, static_cast<off_t>(offset)) != 0) return false;
   payloadBytes = offset;
   return true;
 }

@@ -1,6 +1,6 @@
 // The writer's reusable encoder produces the payload codec's bytes exactly,
 // whatever came before it.
-#include "zip/payload_encoder.h"
+#include "lzma/payload_encoder.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 
 #include "support/temp_dir.h"
 #include "velzip/VelLzmaHelper.h"
-#include "zip/temp_file.h"
+#include "frame/handles.h"
 
 using namespace velzip_test;
 
@@ -25,7 +25,7 @@ TEST(PayloadEncoder, MatchesTheCodecAcrossReuse) {
   const std::string inputs[] = {sampleBytes(300000, 1),    "", "tiny", noise, sampleBytes(70000, 5),
                                 std::string(1 << 20, 'z'), "x"};
   velzip::PayloadEncoder encoder;
-  velzip::ScopedFd out(open((tmp / "payload").c_str(), O_RDWR | O_CREAT, 0600));
+  velzip::UniqueFd out(open((tmp / "payload").c_str(), O_RDWR | O_CREAT, 0600));
   ASSERT_TRUE(out.ok());
   Vel::VelLzmaHelper codec;
   int i = 0;
