@@ -12,7 +12,6 @@
 
 #include "platform/apple_double.h"
 #include "unzip/handles.h"
-#include "unzip/open_entry.h"
 #include "velzip/StringUtils.h"
 
 namespace velzip {
@@ -270,15 +269,15 @@ unsigned long long ReaderCore::getUnzipSize() {
 // --- Entry data ---------------------------------------------------------------
 
 int ReaderCore::openEntry() {
-  return openCurrentEntry(zip_, password_);
+  return entry_.open(zip_, password_);
 }
 
 int ReaderCore::readEntry(void* buffer, unsigned size) {
-  return unzReadCurrentFile(zip_, buffer, size);
+  return entry_.read(buffer, size);
 }
 
 int ReaderCore::closeEntry() {
-  return unzCloseCurrentFile(zip_);
+  return entry_.close();
 }
 
 // --- Folders ----------------------------------------------------------------

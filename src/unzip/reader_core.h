@@ -16,6 +16,7 @@
 #include "frame/bounded.h"
 #include "frame/log_emit.h"
 #include "frame/progress.h"
+#include "unzip/entry_reader.h"
 #include "velzip/UZ_FileInfo.h"
 
 namespace velzip {
@@ -85,7 +86,8 @@ class ReaderCore {
   bool unzip(const char* zipPath, const char* destFolder, bool junkPaths, unsigned long mode);
 
   // The current entry's data; every reader path goes through these three,
-  // so that how entries are opened (passwords) lives in one place.
+  // so that how entries are opened (passwords) lives in one place. An open
+  // entry is always closed through closeEntry before the archive handle.
   int openEntry();
   int readEntry(void* buffer, unsigned size);  // like unzReadCurrentFile
   int closeEntry();
@@ -132,6 +134,7 @@ class ReaderCore {
   void* logger_ = nullptr;
   bool fileOpenOption_ = false;
   std::map<std::string, DeferredLink> links_;
+  EntryReader entry_;
 };
 
 }  // namespace velzip

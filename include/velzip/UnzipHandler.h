@@ -1,0 +1,85 @@
+// velzip: the format-0 archive reader, for ordinary zip archives.
+//
+// Entries are visited in archive order. Regular files (stored or deflated)
+// are written chunk by chunk as the zip layer decodes them, so an interrupted
+// entry leaves what was written so far; folders are made with 0775;
+// "__MACOSX/.../._name" companions are unpacked onto their file; symbolic
+// links are made last, in byte order of their paths, by unzipTo. Entries
+// naming a ".." component are refused. Failures return false.
+#ifndef VELZIP_UNZIPHANDLER_H
+#define VELZIP_UNZIPHANDLER_H
+
+#include <memory>
+
+#include "velzip/UZ_FileInfo.h"
+#include "velzip/callbacks.h"
+#include "velzip/export.h"
+
+namespace velzip {
+class ReaderCore;
+}
+
+class VELZIP_API UnzipHandler {
+ public:
+  // Value of the deferred-link map, keyed by the full path of the link.
+  using FileInfo = velzip::DeferredLink;
+
+  // Opens zipPath at once (see openZip); test the result through the other calls.
+  explicit UnzipHandler(const char* zipPath = nullptr);
+  virtual ~UnzipHandler();
+  UnzipHandler(const UnzipHandler&) = delete;
+  UnzipHandler& operator=(const UnzipHandler&) = delete;
+
+  // Closes any open archive first. The output folder becomes the archive
+  // path without its last ".suffix".
+  bool openZip(const char* zipPath);
+  bool closeZip();
+
+  // Log lines go to this handle when set, else to the utilities' sink, else
+  // to the utilities' logger object; never to the archive sink.
+  void setLogger(void* logger);
+  // Kept for compatibility: companion staging files are always created
+  // exclusively.
+  void setFileOpenOption(bool option);
+  // Borrowed, not copied: keep it alive while extracting.
+  void setUnzipPassword(const char* password);
+  // A null fn keeps the current callback; userData is stored either way.
+  void setCallback(ZLibCallback fn, void* userData);
+  // Only an existing folder is accepted.
+  bool setOutputFolder(const char* folder);
+
+  unsigned long getFileCount();
+  // extension without a dot, compared case-insensitively; null or "" means any.
+  bool gotoFirstFile(const char* extension);
+  bool gotoNextFile(const char* extension);
+  bool gotoFile(int index);
+  // Whole name, case-insensitively; then, with matchBaseName, the last
+  // component of names inside a folder.
+  bool gotoFile(const char* name, bool matchBaseName);
+  bool getFileInfo(UZ_FileInfo& info);
+  bool getFileInfo(int index, UZ_FileInfo& info);
+  // Sum of the zip-level uncompressed sizes; computed once per handler.
+  unsigned long long getUnzipSize();
+  static long long GetUnzipSize(const char* zipPath);
+
+  // mode 0xFFFFFFFF keeps each entry's own mode; any other value replaces it.
+  // destFolder null means the output folder. Links are only recorded here.
+  bool unzipFile(const char* destFolder, bool junkPaths, unsigned long mode);
+  bool unzipFile(int index, const char* destFolder, bool junkPaths, unsigned long mode);
+  bool createFilePath(const char* path);
+  // Modification times are not restored: does nothing.
+  bool setFileModTime(const char* path, unsigned long time);
+
+  // Makes path and its missing parents, mode 0775, retrying each mkdir.
+  bool createFolder(const char* path);
+  bool unzipTo(const char* destFolder, bool junkPaths, unsigned long mode);
+  bool unzip(bool junkPaths);
+  // Opens zipPath, extracts it into destFolder (null: the archive path
+  // without its suffix) and leaves the handler closed.
+  bool unzip(const char* zipPath, const char* destFolder, bool junkPaths, unsigned long mode);
+
+ private:
+  std::unique_ptr<velzip::ReaderCore> core_;
+};
+
+#endif  // VELZIP_UNZIPHANDLER_H
