@@ -18,9 +18,6 @@ namespace FileUtils {
 
 namespace {
 
-struct FileCloser {
-  void operator()(FILE* file) const { fclose(file); }
-};
 
 // A fresh name beside the target; the caller's umask gives the mode, as for
 // any new file.
@@ -151,7 +148,7 @@ bool LoadContentOfFileAtPath(const std::string& path, std::string& content, void
 bool LoadContentOfFileAtPath(const std::string& path, unsigned long maxBytes,
                              std::vector<char>& content, void* /*logger*/) {
   content.clear();
-  std::unique_ptr<FILE, FileCloser> file(fopen(path.c_str(), "rb"));
+  velzip::UniqueFile file(fopen(path.c_str(), "rb"));
   if (!file) return false;
   // A folder opens too, and its "size" is meaningless.
   struct stat st;

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "frame/handles.h"
+
 namespace velzip {
 namespace fileutils {
 
@@ -22,10 +24,7 @@ inline std::string errorText(int err) {
   return strerror_r(err, buf, sizeof buf);
 }
 
-struct DirCloser {
-  void operator()(DIR* dir) const { closedir(dir); }
-};
-using DirHandle = std::unique_ptr<DIR, DirCloser>;
+using DirHandle = UniqueDir;
 
 // Creates path and every missing parent with mkdir(mode); onCreated runs for
 // each folder this call made, parents first, and may veto with an errno.

@@ -19,26 +19,6 @@ namespace fileutils {
 
 namespace {
 
-class Fd {
- public:
-  explicit Fd(int fd = -1) : fd_(fd) {}
-  ~Fd() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  int get() const { return fd_; }
-  bool valid() const { return fd_ >= 0; }
-  // Closes now so a failed close (lost data) can be told.
-  bool closeNow() {
-    int fd = fd_;
-    fd_ = -1;
-    return fd < 0 || close(fd) == 0;
-  }
-
- private:
-  int fd_;
-};
 
 // Only the user namespace: the others need privileges or mean something
 // (security labels, ACLs) that belongs to the target's place.
@@ -122,16 +102,16 @@ class Copier {
 
   bool copyFile(const std::string& src, const struct stat& st, const std::string& dst,
                 bool merge) const {
-    Fd in(open(src.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (!in.valid() || !clearSpot(dst, merge)) return false;
-    Fd out(open(dst.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!out.valid()) return false;
+    UniqueFd in(open(src.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!in.ok() || !clearSpot(dst, merge)) return false;
+    UniqueFd out(open(dst.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!out.ok()) return false;
     bool ok = copyData(in.get(), out.get());
     if (ok) {
       copyUserAttributes(in.get(), out.get());
       ok = applyMetadata(out.get(), st);
     }
-    ok = out.closeNow() && ok;
+    ok = out.close() && ok;
     if (!ok) unlink(dst.c_str());
     return ok;
   }
@@ -164,9 +144,9 @@ class Copier {
       return false;
     }
     if ((found != 0 || !S_ISDIR(existing.st_mode)) && mkdir(dst.c_str(), 0700) != 0) return false;
-    Fd out(open(dst.c_str(), O_RDONLY | O_DIRECTORY | follow | O_CLOEXEC));
+    UniqueFd out(open(dst.c_str(), O_RDONLY | O_DIRECTORY | follow | O_CLOEXEC));
     struct stat made;
-    if (!out.valid() || fstat(out.get(), &made) != 0) return false;
+    if (!out.ok() || fstat(out.get(), &made) != 0) return false;
     if (top) {
       // A destination inside the source must not be copied into itself.
       skipDev_ = made.st_dev;

@@ -12,6 +12,8 @@
 #include <cstring>
 #include <utility>
 
+#include "frame/handles.h"
+
 namespace velzip {
 namespace {
 
@@ -24,20 +26,6 @@ constexpr char kAclName[] = "com.apple.acl.text";
 // Attributes can change between the size query and the read.
 constexpr int kSizeRaceAttempts = 8;
 
-class UniqueFd {
- public:
-  explicit UniqueFd(int fd) : fd_(fd) {}
-  ~UniqueFd() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  UniqueFd(const UniqueFd&) = delete;
-  UniqueFd& operator=(const UniqueFd&) = delete;
-  int get() const { return fd_; }
-  int release() { return std::exchange(fd_, -1); }
-
- private:
-  int fd_;
-};
 
 template <typename Buffer, typename Call>
 bool readSized(Buffer& buffer, Call call) {

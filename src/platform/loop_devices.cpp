@@ -11,16 +11,15 @@
 #include <sstream>
 #include <utility>
 
+#include "frame/handles.h"
+
 namespace velzip {
 
 namespace {
 
 constexpr const char* kSysBlock = "/sys/block";
 
-struct DirCloser {
-  void operator()(DIR* dir) const { closedir(dir); }
-};
-using DirHandle = std::unique_ptr<DIR, DirCloser>;
+using DirHandle = UniqueDir;
 
 // One line of a sysfs attribute, without its newline.
 bool readAttribute(const std::string& path, std::string& value) {

@@ -11,6 +11,7 @@
 #include <memory>
 #include <sstream>
 
+#include "frame/handles.h"
 #include "frame/log_emit.h"
 #include "velzip/StringUtils.h"
 
@@ -19,9 +20,6 @@ namespace {
 
 constexpr char kComponent[] = "StringUtils";
 
-struct FreeDeleter {
-  void operator()(void* p) const { std::free(p); }
-};
 
 template <class T>
 T readHex(const std::string& text) {
@@ -76,7 +74,7 @@ bool UTF8ToNFCNative(const std::string& text, std::string& out, void*) {
       utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
                    static_cast<utf8proc_ssize_t>(text.size()), &composed,
                    static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
-  std::unique_ptr<utf8proc_uint8_t, FreeDeleter> owner(composed);
+  std::unique_ptr<utf8proc_uint8_t, velzip::FreeDeleter> owner(composed);
   // Text that is not UTF-8 cannot be composed: hand it back as it came.
   if (n < 0) {
     out = text;

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "unzip/handles.h"
+#include "frame/handles.h"
 #include "velzip/StringUtils.h"
 #include "velzip/VelLzmaHelper.h"
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "platform/apple_double.h"
-#include "unzip/handles.h"
+#include "frame/handles.h"
 #include "velzip/StringUtils.h"
 
 namespace velzip {
