@@ -204,17 +204,37 @@ bool ZipWriter::addFile(const char* path, const char* entryName, bool flatten) {
   {
     EntryContent content;
     if (!format_.prepareContent(source, scratch_, content)) return false;
-    const std::string& extra = content.localExtra;
-    err =
-        zipOpenNewFileInZip64(zip_, storedName.c_str(), &zi, extra.empty() ? nullptr : extra.data(),
-                              static_cast<uInt>(extra.size()), nullptr, 0, nullptr, format_.method,
-                              format_.level, content.zip64 ? 1 : 0);
+    err = openEntry(storedName.c_str(), zi, content.localExtra, content.zip64);
     if (err == ZIP_OK) err = copyIntoEntry(content.fd);
-    zipCloseFileInZip(zip_);
+    closeEntry();
   }
 
   progress_.report(kZLibStateEntryDone, 0, reportedName, source);
   return err == ZIP_OK;
+}
+
+int ZipWriter::openEntry(const char* storedName, const zip_fileinfo& zi,
+                         const std::string& localExtra, bool zip64) {
+  const bool deflated = format_.method == Z_DEFLATED;
+  int err = zipOpenNewFileInZip4_64(
+      zip_, storedName, &zi, localExtra.empty() ? nullptr : localExtra.data(),
+      static_cast<uInt>(localExtra.size()), nullptr, 0, nullptr, format_.method, format_.level,
+      deflated ? 1 : 0, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0,
+      format_.versionMadeBy, format_.nameFlags ? format_.nameFlags(storedName) : 0, zip64 ? 1 : 0);
+  if (err == ZIP_OK && deflated && !deflater_.begin(format_.level)) {
+    zipCloseFileInZipRaw64(zip_, 0, 0);
+    err = ZIP_INTERNALERROR;
+  }
+  return err;
+}
+
+int ZipWriter::writeEntry(const void* data, unsigned len) {
+  return deflater_.active() ? deflater_.write(zip_, data, len)
+                            : zipWriteInFileInZip(zip_, data, len);
+}
+
+int ZipWriter::closeEntry() {
+  return deflater_.active() ? deflater_.finish(zip_) : zipCloseFileInZip(zip_);
 }
 
 // Payload blocks of up to 64 KiB, each reported after it is written.
@@ -224,7 +244,7 @@ int ZipWriter::copyIntoEntry(int fd) {
     const ssize_t n = readSome(fd, block, kBlockSize);
     if (n < 0) return ZIP_ERRNO;
     if (n == 0) return ZIP_OK;
-    const int err = zipWriteInFileInZip(zip_, block, static_cast<unsigned>(n));
+    const int err = writeEntry(block, static_cast<unsigned>(n));
     if (progress_.report(kZLibStateEntryData, static_cast<uint32_t>(n), nullptr, nullptr) !=
         kZLibContinue) {
       return -1;
@@ -239,12 +259,9 @@ bool ZipWriter::addLink(const char* path, const char* storedName, const zip_file
   char* target = buffer();
   const ssize_t len = readlink(path, target, kLinkTargetSize);
   if (len <= 0) return false;
-  if (zipOpenNewFileInZip(zip_, storedName, &zi, nullptr, 0, nullptr, 0, nullptr, format_.method,
-                          format_.level) != ZIP_OK) {
-    return false;
-  }
-  const int err = zipWriteInFileInZip(zip_, target, static_cast<unsigned>(len));
-  zipCloseFileInZip(zip_);
+  if (openEntry(storedName, zi, std::string(), false) != ZIP_OK) return false;
+  const int err = writeEntry(target, static_cast<unsigned>(len));
+  closeEntry();
   return err == ZIP_OK;
 }
 
@@ -255,9 +272,8 @@ void ZipWriter::addDirectoryEntry(const char* entryName, const char* folderPath)
   const std::string stored = toUtf8(name);
   zip_fileinfo zi;
   fillZipFileInfo(folderPath, zi);
-  zipOpenNewFileInZip(zip_, stored.c_str(), &zi, nullptr, 0, nullptr, 0, nullptr, format_.method,
-                      format_.level);
-  zipCloseFileInZip(zip_);
+  openEntry(stored.c_str(), zi, std::string(), false);
+  closeEntry();
 }
 
 bool ZipWriter::addFolder(const char* path, bool flatten, bool addRootFolder) {

@@ -2,8 +2,8 @@
 // stored-name rules, links, directory entries, the entry copy loop with its
 // progress reports, the folder walk and the metadata companions. What differs
 // between the generations is a WriterFormat: how a regular file's stored
-// content is produced, the zip method, one naming rule, the walk's policy and
-// whether the writer logs.
+// content is produced, the zip method, one naming rule, the walk's policy,
+// how entries are marked for other zip tools and whether the writer logs.
 #ifndef VELZIP_ZIP_ZIP_WRITER_H
 #define VELZIP_ZIP_ZIP_WRITER_H
 
@@ -18,6 +18,7 @@
 #include "frame/progress.h"
 #include "velzip/VelZipHandler.h"
 #include "lzma/payload_encoder.h"
+#include "zip/entry_deflater.h"
 #include "zip/temp_file.h"
 
 namespace velzip {
@@ -53,6 +54,11 @@ struct WriterFormat {
   // could not see) to the stored content. False fails the add with nothing
   // written.
   bool (*prepareContent)(const char* sourcePath, WriterScratch& scratch, EntryContent& out);
+  // "Version made by" of every entry. A Unix host (upper byte 3) is what
+  // other zip tools need before they apply the stored modes and links.
+  unsigned long versionMadeBy = 0;
+  // General purpose flags for an entry's stored name; null for none.
+  unsigned long (*nameFlags)(const char* storedName) = nullptr;
 };
 
 // Format 1: stored LZMA2 payloads.
@@ -108,6 +114,11 @@ class ZipWriter {
     ZipWriter& writer_;
   };
 
+  // Every entry goes through these three: deflated ones through deflater_.
+  int openEntry(const char* storedName, const zip_fileinfo& zi, const std::string& localExtra,
+                bool zip64);
+  int writeEntry(const void* data, unsigned len);
+  int closeEntry();
   bool addLink(const char* path, const char* storedName, const zip_fileinfo& zi);
   void addDirectoryEntry(const char* entryName, const char* folderPath);
   int copyIntoEntry(int fd);
@@ -120,6 +131,7 @@ class ZipWriter {
   void* logger_ = nullptr;
   std::unique_ptr<char[]> buffer_;  // one 64 KiB block, made on first use
   WriterScratch scratch_;
+  EntryDeflater deflater_;
   int depth_ = 0;
 };
 
