@@ -6,26 +6,9 @@
 
 #include <string>
 
+#include "frame/handles.h"
+
 namespace velzip {
-
-class ScopedFd {
- public:
-  ScopedFd() = default;
-  explicit ScopedFd(int fd) : fd_(fd) {}
-  ~ScopedFd() { reset(); }
-  ScopedFd(const ScopedFd&) = delete;
-  ScopedFd& operator=(const ScopedFd&) = delete;
-
-  int get() const { return fd_; }
-  bool ok() const { return fd_ >= 0; }
-  void reset(int fd = -1) {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = fd;
-  }
-
- private:
-  int fd_ = -1;
-};
 
 // A file made exclusively (never an existing file or link), mode 0600, open
 // for reading and writing, and removed again when this object goes.
@@ -50,7 +33,7 @@ class TempFile {
   bool remove();
 
  private:
-  ScopedFd fd_;
+  UniqueFd fd_;
   std::string path_;
 };
 

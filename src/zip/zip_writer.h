@@ -29,7 +29,7 @@ struct EntryContent {
   int fd = -1;             // read from its current offset to its end
   std::string localExtra;  // local extra field; empty for none
   bool zip64 = false;      // the source or the stored data reaches 4 GiB
-  ScopedFd owned;          // fd, when the format opened it for this entry only
+  UniqueFd owned;          // fd, when the format opened it for this entry only
 };
 
 // Temporary files one operation (a file, a whole folder walk) reuses from
