@@ -1,0 +1,84 @@
+// Shared pieces of the velzip command-line tool.
+#ifndef VELZIP_TOOL_CLI_H
+#define VELZIP_TOOL_CLI_H
+
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace velzip_tool {
+
+enum ExitCode { kExitOk = 0, kExitFailure = 1, kExitUsage = 2 };
+
+struct Options {
+  std::string command;
+  std::vector<std::string> operands;
+  std::string format;  // as given with -f; empty when absent
+  bool quiet = false;
+  bool verbose = false;
+};
+
+// Set by SIGINT/SIGTERM; the progress callback turns it into an abort.
+extern volatile std::sig_atomic_t gInterrupted;
+void installInterruptHandler();
+
+// Everything the tool prints while the library works goes through here so
+// that a progress bar on the terminal is wiped before a line is written.
+class Display {
+ public:
+  Display(bool quiet, bool verbose);
+
+  // Starts the bar (if stderr is a terminal and not quiet).
+  void begin(const char* verb, uint64_t totalBytes, uint64_t totalEntries);
+  // Redraws at most a few times a second.
+  void progress(uint64_t bytes, uint64_t entries);
+  void end();
+
+  // One line on stdout (summary, listing) unless quiet.
+  void out(const std::string& line);
+  // One line on stdout only with -v.
+  void detail(const std::string& line);
+  // One line on stderr, always.
+  void err(const std::string& line);
+
+  bool verbose() const { return verbose_; }
+  bool quiet() const { return quiet_; }
+
+ private:
+  void clearBar();
+  void drawBar(bool force);
+
+  bool quiet_, verbose_, barAllowed_;
+  bool barShown_ = false;
+  bool active_ = false;
+  const char* verb_ = "";
+  uint64_t totalBytes_ = 0, totalEntries_ = 0, bytes_ = 0, entries_ = 0;
+  std::chrono::steady_clock::time_point start_, lastDraw_;
+};
+
+// Routes the library's log lines to the display: errors and warnings always,
+// information and detail with -v.
+void installLogSink(Display& display);
+
+std::string humanBytes(uint64_t bytes);
+std::string seconds(double s);
+
+// Lexically absolute: relative paths are joined to the current folder; "."
+// components, repeated and trailing slashes are dropped.
+std::string absolutePath(const std::string& path);
+std::string parentOf(const std::string& absPath);
+
+int runCompress(const Options& opt, Display& display);
+int runExtract(const Options& opt, Display& display);
+int runList(const Options& opt, Display& display);
+int runGzip(const Options& opt, Display& display);
+
+// "velzip: <reason>" on stderr; returns kExitFailure.
+int fail(Display& display, const std::string& reason);
+
+}  // namespace velzip_tool
+
+#endif  // VELZIP_TOOL_CLI_H

@@ -1,0 +1,158 @@
+// velzip: pack folders into zip archives and unpack them again, through the
+// velzip library.
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "cli.h"
+
+#ifndef VELZIP_VERSION
+#define VELZIP_VERSION "unknown"
+#endif
+
+namespace velzip_tool {
+namespace {
+
+const char kHelp[] =
+    "usage: velzip [-q] [-v] COMMAND [ARGS]\n"
+    "\n"
+    "Commands:\n"
+    "  compress [-f 0|1] FOLDER ARCHIVE\n"
+    "      Pack FOLDER into ARCHIVE (format 1 unless -f 0). An existing ARCHIVE is replaced.\n"
+    "  extract [-f auto|0|1] ARCHIVE [DEST]\n"
+    "      Unpack ARCHIVE into DEST (default: ARCHIVE without its suffix), restoring\n"
+    "      modes, symbolic links and extended attributes.\n"
+    "  list ARCHIVE\n"
+    "      Show each entry's size, packed size, mode, kind and name.\n"
+    "  gzip FILE\n"
+    "      Append FILE's content as a gzip member to FILE.gz (FILE is kept).\n"
+    "\n"
+    "Formats:\n"
+    "  1     zip of stored entries holding LZMA2 payloads; names relative to FOLDER\n"
+    "  0     ordinary deflate zip; names start with FOLDER's own name, and every file\n"
+    "        gets a metadata companion under __MACOSX/\n"
+    "  auto  (extract, the default) 1 when every file entry is stored and its local\n"
+    "        extra field is a size text, else 0\n"
+    "\n"
+    "Options:\n"
+    "  -f, --format FORMAT  archive format, see above\n"
+    "  -q, --quiet          no progress bar and no summary line\n"
+    "  -v, --verbose        also print each entry and the library's information lines\n"
+    "  -h, --help           show this text\n"
+    "      --version        show the version\n"
+    "\n"
+    "A progress bar appears on stderr when it is a terminal and the work takes a while.\n"
+    "Ctrl-C stops cleanly: the archive is closed with what was written so far.\n"
+    "Exit status: 0 success, 1 failure (with a one-line reason), 2 usage error.\n";
+
+int usage(const std::string& message) {
+  std::fprintf(stderr, "velzip: %s\nTry 'velzip --help' for more information.\n", message.c_str());
+  return kExitUsage;
+}
+
+struct Parsed {
+  Options opt;
+  bool help = false;
+  bool version = false;
+  bool formatGiven = false;
+};
+
+// Options may come before or after the command; "--" ends them.
+int parse(int argc, char** argv, Parsed& p) {
+  std::vector<std::string> positional;
+  bool optionsEnded = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (optionsEnded || arg.size() < 2 || arg[0] != '-') {
+      positional.push_back(arg);
+      continue;
+    }
+    if (arg == "--") {
+      optionsEnded = true;
+    } else if (arg == "-h" || arg == "--help") {
+      p.help = true;
+    } else if (arg == "--version") {
+      p.version = true;
+    } else if (arg == "-q" || arg == "--quiet") {
+      p.opt.quiet = true;
+    } else if (arg == "-v" || arg == "--verbose") {
+      p.opt.verbose = true;
+    } else if (arg == "-f" || arg == "--format") {
+      if (i + 1 >= argc) return usage("option " + arg + " needs a value");
+      p.opt.format = argv[++i];
+      p.formatGiven = true;
+    } else if (arg.compare(0, 2, "-f") == 0 && arg.size() > 2 && arg[1] != '-') {
+      p.opt.format = arg.substr(2);
+      p.formatGiven = true;
+    } else if (arg.compare(0, 9, "--format=") == 0) {
+      p.opt.format = arg.substr(9);
+      p.formatGiven = true;
+    } else {
+      return usage("unknown option " + arg);
+    }
+  }
+  if (!positional.empty()) {
+    p.opt.command = positional.front();
+    p.opt.operands.assign(positional.begin() + 1, positional.end());
+  }
+  return kExitOk;
+}
+
+int checkOperands(const Options& opt, size_t least, size_t most, const char* synopsis) {
+  const size_t n = opt.operands.size();
+  if (n < least || n > most) return usage(std::string("usage: velzip ") + synopsis);
+  for (const auto& o : opt.operands) {
+    if (o.empty()) return usage("empty path in: velzip " + std::string(synopsis));
+  }
+  return kExitOk;
+}
+
+}  // namespace
+}  // namespace velzip_tool
+
+int main(int argc, char** argv) {
+  using namespace velzip_tool;
+  Parsed p;
+  if (int rc = parse(argc, argv, p)) return rc;
+  if (p.help || p.opt.command == "help") {
+    std::fputs(kHelp, stdout);
+    return kExitOk;
+  }
+  if (p.version) {
+    std::printf("velzip %s\n", VELZIP_VERSION);
+    return kExitOk;
+  }
+  Options& opt = p.opt;
+  if (opt.command.empty()) return usage("no command given");
+
+  int rc = kExitOk;
+  int (*run)(const Options&, Display&) = nullptr;
+  if (opt.command == "compress") {
+    rc = checkOperands(opt, 2, 2, "compress [-f 0|1] FOLDER ARCHIVE");
+    if (rc == kExitOk && p.formatGiven && opt.format != "0" && opt.format != "1") {
+      rc = usage("compress: format must be 0 or 1, not '" + opt.format + "'");
+    }
+    run = runCompress;
+  } else if (opt.command == "extract") {
+    rc = checkOperands(opt, 1, 2, "extract [-f auto|0|1] ARCHIVE [DEST]");
+    if (rc == kExitOk && p.formatGiven && opt.format != "0" && opt.format != "1" &&
+        opt.format != "auto") {
+      rc = usage("extract: format must be auto, 0 or 1, not '" + opt.format + "'");
+    }
+    run = runExtract;
+  } else if (opt.command == "list" || opt.command == "gzip") {
+    const bool list = opt.command == "list";
+    rc = checkOperands(opt, 1, 1, list ? "list ARCHIVE" : "gzip FILE");
+    if (rc == kExitOk && p.formatGiven) rc = usage(opt.command + " takes no -f option");
+    run = list ? runList : runGzip;
+  } else {
+    return usage("unknown command '" + opt.command + "'");
+  }
+  if (rc != kExitOk) return rc;
+
+  Display display(opt.quiet, opt.verbose);
+  installLogSink(display);
+  return run(opt, display);
+}
