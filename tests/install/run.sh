@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs the built tree into a scratch prefix and links a tiny host program
-# against it twice: through pkg-config and through find_package(velzip).
+# Installs the built tree into a scratch prefix, links a tiny host program
+# against it twice (through pkg-config and through find_package(velzip)) and
+# runs the installed velzip tool.
 set -euo pipefail
 build=$1
 src=$(cd "$(dirname "$0")" && pwd)
@@ -25,4 +26,10 @@ mkdir -p "$prefix/cm"
 cmake -S "$src" -B "$prefix/cm" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$prefix/cm" >/dev/null
 LD_LIBRARY_PATH=$libdir "$prefix/cm/host"
-echo "install: pkg-config and find_package hosts link and run"
+
+# the installed tool finds the installed library through its own run path
+version=$(env -u LD_LIBRARY_PATH "$prefix/bin/velzip" --version)
+[[ $version == "velzip "* ]] || { echo "install: bin/velzip --version printed: $version" >&2; exit 1; }
+[[ $(env -u LD_LIBRARY_PATH ldd "$prefix/bin/velzip") == *"$prefix/"*libvelzip* ]] ||
+  { echo "install: bin/velzip does not load the library installed beside it" >&2; exit 1; }
+echo "install: pkg-config and find_package hosts link and run; $version runs"

@@ -11,6 +11,7 @@ namespace {
 constexpr uint32_t kTypeMask = 0xF000;
 constexpr uint32_t kTypeLink = 0xA000;
 constexpr size_t kMaxLinkTarget = 65536;
+constexpr unsigned long kFlagEncrypted = 1;
 
 struct UnzCloser {
   void operator()(void* zip) const { unzClose(zip); }
@@ -98,6 +99,19 @@ uint64_t ArchiveScan::restoredSize(const ScannedEntry& e, int format) {
   return e.zipSize;
 }
 
+size_t ArchiveScan::encryptedCount() const {
+  size_t n = 0;
+  for (const auto& e : entries) n += e.encrypted ? 1 : 0;
+  return n;
+}
+
+bool ArchiveScan::isEncrypted(const std::string& name) const {
+  for (const auto& e : entries) {
+    if (e.encrypted && e.name == name) return true;
+  }
+  return false;
+}
+
 uint64_t ArchiveScan::contentBytes(int fmt) const {
   uint64_t total = 0;
   for (const auto& e : entries) {
@@ -139,6 +153,7 @@ bool scanArchive(const std::string& path, bool readLinkTargets, ArchiveScan& out
     e.packedSize = info.compressed_size;
     e.zipSize = info.uncompressed_size;
     e.mode = static_cast<uint32_t>(info.external_fa >> 16);
+    e.encrypted = (info.flag & kFlagEncrypted) != 0;
     e.kind = classify(e.name, e.mode);
     if (e.kind == EntryKind::kFile || e.kind == EntryKind::kMetadata) {
       if (e.method == 0 && readLocalExtra(zip.get(), extra)) {
@@ -146,7 +161,8 @@ bool scanArchive(const std::string& path, bool readLinkTargets, ArchiveScan& out
       }
       if (e.method != 0 || !e.hasSizeText) everyFileIsCurrent = false;
     } else if (e.kind == EntryKind::kLink && readLinkTargets) {
-      e.linkTarget = readLinkTarget(zip.get());
+      // The zip layer here cannot decrypt: it would hand back ciphertext.
+      e.linkTarget = e.encrypted ? "(encrypted)" : readLinkTarget(zip.get());
     }
     out.entries.push_back(std::move(e));
     step = unzGoToNextFile(zip.get());

@@ -18,11 +18,12 @@ struct ScannedEntry {
   EntryKind kind = EntryKind::kFile;
   unsigned long method = 0;
   uint64_t packedSize = 0;
-  uint64_t zipSize = 0;  // the zip layer's uncompressed size
-  uint32_t mode = 0;     // upper half of the external attributes
+  uint64_t zipSize = 0;    // the zip layer's uncompressed size
+  uint32_t mode = 0;       // upper half of the external attributes
+  bool encrypted = false;  // general-purpose flag bit 0
   bool hasSizeText = false;
   uint64_t sizeText = 0;   // restored size, when the extra field holds one
-  std::string linkTarget;  // links, when asked for
+  std::string linkTarget;  // links, when asked for; "(encrypted)" when it cannot be read
 };
 
 struct ArchiveScan {
@@ -33,6 +34,8 @@ struct ArchiveScan {
   // The restored size of an entry as the given format reads it.
   static uint64_t restoredSize(const ScannedEntry& e, int format);
   uint64_t contentBytes(int format) const;  // files and metadata companions
+  size_t encryptedCount() const;
+  bool isEncrypted(const std::string& name) const;
 };
 
 // False (with a reason) when path cannot be read as a zip archive.

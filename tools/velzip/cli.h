@@ -17,6 +17,9 @@ struct Options {
   std::string command;
   std::vector<std::string> operands;
   std::string format;  // as given with -f; empty when absent
+  // The readers borrow it: Options outlives every reader.
+  std::string password;
+  bool passwordGiven = false;
   bool quiet = false;
   bool verbose = false;
 };

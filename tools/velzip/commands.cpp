@@ -246,6 +246,7 @@ struct ExtractJob {
   Display* display = nullptr;
   uint64_t bytes = 0, entries = 0;
   bool aborted = false;
+  bool inEntry = false;  // lastEntry started and not finished
   std::string lastEntry;
 };
 
@@ -254,6 +255,7 @@ ZLibCallbackAction onExtract(ZLibCBData* d) {
   switch (d->state) {
     case kZLibStateEntryStart:
       if (d->entryName != nullptr) job->lastEntry = d->entryName;
+      job->inEntry = true;
       break;
     case kZLibStateEntryData:
       job->bytes += d->bytes;
@@ -262,6 +264,7 @@ ZLibCallbackAction onExtract(ZLibCBData* d) {
       // Once per entry: folders at their start, files and companions when
       // written, links in the closing pass.
       ++job->entries;
+      job->inEntry = false;
       if (d->entryName != nullptr) {
         job->lastEntry = d->entryName;
         job->display->detail(std::string("  extracting: ") + d->entryName);
@@ -279,9 +282,11 @@ ZLibCallbackAction onExtract(ZLibCBData* d) {
 }
 
 template <class Reader>
-bool extractWith(const std::string& archive, const std::string& dest, ExtractJob& job) {
+bool extractWith(const std::string& archive, const std::string& dest, const Options& opt,
+                 ExtractJob& job) {
   Reader reader(nullptr);
   reader.setCallback(onExtract, &job);
+  if (opt.passwordGiven) reader.setUnzipPassword(opt.password.c_str());
   return reader.unzip(archive.c_str(), dest.c_str(), false, kKeepEntryModes);
 }
 
@@ -325,6 +330,11 @@ int runExtract(const Options& opt, Display& display) {
   std::string reason;
   if (!scanArchive(archive, false, scan, reason)) return fail(display, reason);
   if (scan.entries.empty()) return fail(display, opt.operands[0] + " holds no entries");
+  // Refused before anything is written rather than at the first such entry.
+  if (!opt.passwordGiven && scan.encryptedCount() > 0) {
+    return fail(display, opt.operands[0] + " has " + std::to_string(scan.encryptedCount()) +
+                             " encrypted entries; give the password with -p PASSWORD");
+  }
   const int format = opt.format == "0" ? 0 : opt.format == "1" ? 1 : scan.format;
   if (format == 1 && scan.format == 0) {
     display.err("velzip: warning: " + opt.operands[0] +
@@ -341,9 +351,9 @@ int runExtract(const Options& opt, Display& display) {
   display.begin("extract", totalBytes, scan.entries.size());
   bool ok = false;
   if (format == 1) {
-    ok = extractWith<Vel::VelUnzipHandler>(archive, dest, job);
+    ok = extractWith<Vel::VelUnzipHandler>(archive, dest, opt, job);
   } else {
-    ok = extractWith<UnzipHandler>(archive, dest, job);
+    ok = extractWith<UnzipHandler>(archive, dest, opt, job);
   }
   display.end();
   const double elapsed = since(start);
@@ -357,7 +367,15 @@ int runExtract(const Options& opt, Display& display) {
   }
   if (!ok) {
     std::string why = "could not extract " + opt.operands[0] + " into " + dest;
-    if (!job.lastEntry.empty()) why += " (stopped at or after " + job.lastEntry + ")";
+    // Links give no start signal, so only a file that failed after its start
+    // is known for sure to be the culprit.
+    const bool failedEncrypted = job.inEntry && scan.isEncrypted(job.lastEntry);
+    if (failedEncrypted) {
+      why += ": wrong password for " + job.lastEntry + " (or its data is damaged)";
+    } else if (!job.lastEntry.empty()) {
+      why += " (stopped at or after " + job.lastEntry + ")";
+    }
+    if (!failedEncrypted && scan.encryptedCount() > 0) why += "; is the password right?";
     return fail(display, why);
   }
   display.out("extracted " + opt.operands[0] + " (format " + std::to_string(format) + ") into " +
@@ -416,7 +434,7 @@ int runList(const Options& opt, Display& display) {
 
   // The listing is the command's output: -q does not hide it.
   std::printf("%s: format %d\n", opt.operands[0].c_str(), scan.format);
-  std::printf("%12s %12s  %-10s  %-4s  %s\n", "Size", "Packed", "Mode", "Kind", "Name");
+  std::printf("%12s %12s  %-10s  %-5s  %s\n", "Size", "Packed", "Mode", "Kind", "Name");
   uint64_t size = 0, packed = 0;
   for (const auto& e : scan.entries) {
     const uint64_t restored = ArchiveScan::restoredSize(e, scan.format);
@@ -424,10 +442,14 @@ int runList(const Options& opt, Display& display) {
     packed += e.packedSize;
     std::string name = e.name;
     if (e.kind == EntryKind::kLink) name += " -> " + e.linkTarget;
-    std::printf("%12" PRIu64 " %12" PRIu64 "  %-10s  %-4s  %s\n", restored, e.packedSize,
-                modeString(e.mode).c_str(), kindName(e.kind), name.c_str());
+    const std::string kind = std::string(kindName(e.kind)) + (e.encrypted ? "*" : "");
+    std::printf("%12" PRIu64 " %12" PRIu64 "  %-10s  %-5s  %s\n", restored, e.packedSize,
+                modeString(e.mode).c_str(), kind.c_str(), name.c_str());
   }
   std::printf("%12" PRIu64 " %12" PRIu64 "  %zu entries\n", size, packed, scan.entries.size());
+  if (const size_t n = scan.encryptedCount()) {
+    std::printf("* %zu encrypted (extract with -p PASSWORD)\n", n);
+  }
   return std::fflush(stdout) == 0 ? kExitOk : kExitFailure;
 }
 

@@ -21,11 +21,12 @@ const char kHelp[] =
     "Commands:\n"
     "  compress [-f 0|1] FOLDER ARCHIVE\n"
     "      Pack FOLDER into ARCHIVE (format 1 unless -f 0). An existing ARCHIVE is replaced.\n"
-    "  extract [-f auto|0|1] ARCHIVE [DEST]\n"
+    "  extract [-f auto|0|1] [-p PASSWORD] ARCHIVE [DEST]\n"
     "      Unpack ARCHIVE into DEST (default: ARCHIVE without its suffix), restoring\n"
     "      modes, symbolic links and extended attributes.\n"
     "  list ARCHIVE\n"
-    "      Show each entry's size, packed size, mode, kind and name.\n"
+    "      Show each entry's size, packed size, mode, kind and name; a '*' after the\n"
+    "      kind marks an encrypted entry.\n"
     "  gzip FILE\n"
     "      Append FILE's content as a gzip member to FILE.gz (FILE is kept).\n"
     "\n"
@@ -38,6 +39,9 @@ const char kHelp[] =
     "\n"
     "Options:\n"
     "  -f, --format FORMAT  archive format, see above\n"
+    "  -p, --password PASSWORD\n"
+    "                       password for encrypted entries (traditional zip encryption\n"
+    "                       only); other users may see it in the process list\n"
     "  -q, --quiet          no progress bar and no summary line\n"
     "  -v, --verbose        also print each entry and the library's information lines\n"
     "  -h, --help           show this text\n"
@@ -59,6 +63,25 @@ struct Parsed {
   bool formatGiven = false;
 };
 
+// "-x VALUE", "-xVALUE", "--long VALUE" or "--long=VALUE"; 0 when arg is not
+// the option, 1 when taken, -1 when the value is missing.
+int takeValue(int argc, char** argv, int& i, const char* shortName, const char* longName,
+              std::string& value) {
+  const std::string arg = argv[i];
+  const std::string longEq = std::string(longName) + "=";
+  if (arg == shortName || arg == longName) {
+    if (i + 1 >= argc) return -1;
+    value = argv[++i];
+  } else if (arg.compare(0, 2, shortName) == 0 && arg.size() > 2) {
+    value = arg.substr(2);
+  } else if (arg.compare(0, longEq.size(), longEq) == 0) {
+    value = arg.substr(longEq.size());
+  } else {
+    return 0;
+  }
+  return 1;
+}
+
 // Options may come before or after the command; "--" ends them.
 int parse(int argc, char** argv, Parsed& p) {
   std::vector<std::string> positional;
@@ -79,16 +102,12 @@ int parse(int argc, char** argv, Parsed& p) {
       p.opt.quiet = true;
     } else if (arg == "-v" || arg == "--verbose") {
       p.opt.verbose = true;
-    } else if (arg == "-f" || arg == "--format") {
-      if (i + 1 >= argc) return usage("option " + arg + " needs a value");
-      p.opt.format = argv[++i];
+    } else if (int f = takeValue(argc, argv, i, "-f", "--format", p.opt.format)) {
+      if (f < 0) return usage("option " + arg + " needs a value");
       p.formatGiven = true;
-    } else if (arg.compare(0, 2, "-f") == 0 && arg.size() > 2 && arg[1] != '-') {
-      p.opt.format = arg.substr(2);
-      p.formatGiven = true;
-    } else if (arg.compare(0, 9, "--format=") == 0) {
-      p.opt.format = arg.substr(9);
-      p.formatGiven = true;
+    } else if (int w = takeValue(argc, argv, i, "-p", "--password", p.opt.password)) {
+      if (w < 0) return usage("option " + arg + " needs a value");
+      p.opt.passwordGiven = true;
     } else {
       return usage("unknown option " + arg);
     }
@@ -136,7 +155,7 @@ int main(int argc, char** argv) {
     }
     run = runCompress;
   } else if (opt.command == "extract") {
-    rc = checkOperands(opt, 1, 2, "extract [-f auto|0|1] ARCHIVE [DEST]");
+    rc = checkOperands(opt, 1, 2, "extract [-f auto|0|1] [-p PASSWORD] ARCHIVE [DEST]");
     if (rc == kExitOk && p.formatGiven && opt.format != "0" && opt.format != "1" &&
         opt.format != "auto") {
       rc = usage("extract: format must be auto, 0 or 1, not '" + opt.format + "'");
@@ -149,6 +168,9 @@ int main(int argc, char** argv) {
     run = list ? runList : runGzip;
   } else {
     return usage("unknown command '" + opt.command + "'");
+  }
+  if (rc == kExitOk && opt.passwordGiven && run != runExtract) {
+    rc = usage(opt.command + " takes no -p option");
   }
   if (rc != kExitOk) return rc;
 
