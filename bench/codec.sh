@@ -1,11 +1,6 @@
 #!/usr/bin/env bash
 # Payload codec vs xz (raw LZMA2, preset 5, 16 MiB dictionary, one thread).
-set -euo pipefail
-build=$1
 . "$(dirname "$0")/common.sh"
-make_inputs
-tmp=$(mktemp -d /tmp/velzip-bench.XXXXXX)
-trap 'rm -rf "$tmp"' EXIT
 xz_enc() { xz --format=raw --lzma2=preset=5,dict=16MiB -T1 -c "$1" > "$2"; }
 xz_dec() { xz --format=raw --lzma2=dict=16MiB -d -c "$1" > /dev/null; }
 

@@ -1,5 +1,9 @@
-# Sourced by the benchmark scripts: shared inputs and timing helpers.
-# Inputs are made once under $BENCH_DATA (default /tmp/velzip-bench-data).
+# Sourced by the benchmark scripts with the build folder as $1: strict mode,
+# the shared inputs (made once under $BENCH_DATA, default
+# /tmp/velzip-bench-data), a scratch folder $tmp removed on exit, and the
+# timing and table helpers.
+set -euo pipefail
+build=${1:?usage: $0 BUILD_DIR}
 BENCH_DATA=${BENCH_DATA:-/tmp/velzip-bench-data}
 TREE=$BENCH_DATA/tree     # ~116 MB of headers, ~8,000 files
 LARGE=$BENCH_DATA/large   # one 64 MB file, text and binaries mixed
@@ -33,6 +37,11 @@ PY
   fi
 }
 
+make_inputs
+tmp=$(mktemp -d /tmp/velzip-bench.XXXXXX)
+trap 'rm -rf "$tmp"' EXIT
+export build tmp TREE LARGE
+
 # seconds CMD...: wall time of one run, printed with 3 decimals.
 seconds() {
   local t0 t1
@@ -47,6 +56,54 @@ peak_kib() {
   /usr/bin/time -f '%M' "$@" 2>&1 >/dev/null | tail -1
 }
 
-ratio() { python3 -c "print(f'{$1/$2:.2f}x')"; }
+# cpu_wall CMD...: "cpu wall" seconds of one run (cpu = user + system).
+cpu_wall() {
+  /usr/bin/time -f '%U %S %e' "$@" 2>&1 >/dev/null | tail -1 |
+    awk '{ printf "%.2f %.2f\n", $1 + $2, $3 }'
+}
+
+# best_of_two A B: runs the shell functions A and B twice each, alternating;
+# prints "cpuA wallA cpuB wallB", each the faster of its two runs.
+best_of_two() {
+  export -f "$1" "$2"
+  local a1 b1 a2 b2
+  a1=$(cpu_wall bash -c "$1"); b1=$(cpu_wall bash -c "$2")
+  a2=$(cpu_wall bash -c "$1"); b2=$(cpu_wall bash -c "$2")
+  python3 - "$a1" "$a2" "$b1" "$b2" <<'PY'
+import sys
+a = min((tuple(map(float, r.split())) for r in sys.argv[1:3]))
+b = min((tuple(map(float, r.split())) for r in sys.argv[3:5]))
+print(f"{a[0]:.2f} {a[1]:.2f} {b[0]:.2f} {b[1]:.2f}")
+PY
+}
+
+# best COMMAND: "wall cpu" seconds of a shell command line, each the least of
+# three runs into a fresh $tmp/out (cpu = user + system of the command and its
+# children, steadier than wall time when the machine is shared).
+best() {
+  local runs="" line
+  for _ in 1 2 3; do
+    rm -rf "$tmp/out"
+    line=$(/usr/bin/time -f '%e %U %S' sh -c "$1" 2>&1 >/dev/null | tail -1)
+    case $line in [0-9]*) runs+="$line;" ;; *) echo "FAILED: $1" >&2; return 1 ;; esac
+  done
+  rm -rf "$tmp/out"
+  python3 -c "
+r = [list(map(float, x.split())) for x in '$runs'.split(';') if x]
+print(f'{min(a for a, _, _ in r):.3f} {min(u + s for _, u, s in r):.3f}')"
+}
+
+# restores_tree COMMAND: runs an extraction into $tmp/out once; stops the
+# benchmark unless it restored $TREE byte for byte.
+restores_tree() {
+  sh -c "$1" >/dev/null
+  diff -r "$TREE" "$tmp/out" >/dev/null || { echo "FAILED: extracted tree differs" >&2; exit 1; }
+  rm -rf "$tmp/out"
+}
+
+tree_files() { find "$TREE" -type f | wc -l; }
+
+# ratio A B: A/B as "1.23x" (n/a when B is zero, as on tiny inputs).
+ratio() { python3 -c "print(f'{$1/$2:.2f}x' if $2 else 'n/a')"; }
 
 row() { printf '%-44s %10s %10s %10s %8s\n' "$@"; }

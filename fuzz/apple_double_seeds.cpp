@@ -1,21 +1,10 @@
 // Writes a few well-formed companions as the fuzzer's starting corpus.
-#include <cstdio>
 #include <string>
 #include <vector>
 
 #include "platform/apple_double.h"
-#include "platform/apple_double_bytes.h"
-
-namespace {
-
-bool save(const std::string& path, const std::vector<uint8_t>& bytes) {
-  FILE* f = std::fopen(path.c_str(), "wb");
-  if (f == nullptr) return false;
-  const bool ok = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
-  return std::fclose(f) == 0 && ok;
-}
-
-}  // namespace
+#include "save_seed.h"
+#include "support/apple_double_bytes.h"
 
 int main(int argc, char** argv) {
   if (argc != 2) return 2;

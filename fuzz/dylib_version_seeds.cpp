@@ -1,20 +1,9 @@
 // Writes a few well-formed library files and property lists as the
 // library-version fuzzer's starting corpus.
-#include <cstdio>
 #include <string>
 
 #include "fileutils/dylib_bytes.h"
-
-namespace {
-
-bool save(const std::string& path, const std::string& bytes) {
-  FILE* f = std::fopen(path.c_str(), "wb");
-  if (f == nullptr) return false;
-  const bool ok = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
-  return std::fclose(f) == 0 && ok;
-}
-
-}  // namespace
+#include "save_seed.h"
 
 int main(int argc, char** argv) {
   using namespace velzip_test;

@@ -70,6 +70,12 @@ class LogCapture {
       if (l.text.find(text) != std::string::npos) return true;
     return false;
   }
+  // Each line as "level text", so a whole log is compared at once.
+  std::vector<std::string> texts() const {
+    std::vector<std::string> out;
+    for (const auto& l : capturedLines()) out.push_back(std::to_string(l.level) + " " + l.text);
+    return out;
+  }
 
  private:
   LogMessageFn archive_, util_;

@@ -1,369 +1,583 @@
-// The format-1 writer, one file at a time: opening, stored names, entry
-// layout, links, callbacks, failures and temporary files.
+// Both archive writers (test /0 is format 0, /1 format 1): stored names,
+// entry layout, links, progress answers, temporary files, the folder walk,
+// companions, the one-call forms and log lines. Archives are read back with
+// the zip layer and the payload codec directly, and round trip through the
+// format's reader, unzip, bsdtar and Python's zipfile.
+#include <dirent.h>
 #include <gtest/gtest.h>
+#include <minizip/unzip.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utime.h>
+#include <zlib.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
-#include <ctime>
+#include <filesystem>
+#include <map>
 #include <set>
-#include <string>
-#include <vector>
 
-#include "archive_probe.h"
 #include "support/log_capture.h"
+#include "support/progress_recorder.h"
 #include "support/temp_dir.h"
+#include "support/xattr.h"
+#include "velzip/UnzipHandler.h"
+#include "velzip/VelLzmaHelper.h"
+#include "velzip/VelUnzipHandler.h"
 #include "velzip/VelZipHandler.h"
+#include "velzip/ZipHandler.h"
 
 using namespace velzip_test;
 
 namespace {
 
-// Changes the working directory for a scope.
-class Cwd {
- public:
-  explicit Cwd(const std::string& to) {
-    char buf[4096];
-    saved_ = getcwd(buf, sizeof buf) != nullptr ? buf : "/";
-    EXPECT_EQ(0, chdir(to.c_str()));
+template <class H, bool Zero>
+struct Format {
+  using Handler = H;
+  static constexpr bool zero = Zero;
+};
+template <class F>
+class Writer : public ::testing::Test {
+ protected:
+  TempDir tmp;
+};
+using Formats = ::testing::Types<Format<ZipHandler, true>, Format<Vel::VelZipHandler, false>>;
+TYPED_TEST_SUITE(Writer, Formats);
+
+struct ProbedEntry {
+  std::string name, localExtra, stored;  // stored: after the zip layer's inflate
+  unz_file_info64 info{};
+  unsigned mode() const { return static_cast<unsigned>(info.external_fa >> 16); }
+};
+
+// Every entry in archive order, CRCs checked.
+std::vector<ProbedEntry> probe(const std::string& path) {
+  std::vector<ProbedEntry> out;
+  unzFile uf = unzOpen64(path.c_str());
+  bool ok = uf != nullptr;
+  for (int err = ok ? unzGoToFirstFile(uf) : -1; ok && err == UNZ_OK; err = unzGoToNextFile(uf)) {
+    ProbedEntry e;
+    char name[4096] = "", block[65536];
+    ok = unzGetCurrentFileInfo64(uf, &e.info, name, sizeof name, nullptr, 0, nullptr, 0) == 0 &&
+         unzOpenCurrentFile(uf) == UNZ_OK;
+    const int extra = ok ? unzGetLocalExtrafield(uf, block, sizeof block) : 0;
+    if (extra > 0) e.localExtra.assign(block, static_cast<size_t>(extra));
+    int n = 0;
+    while (ok && (n = unzReadCurrentFile(uf, block, sizeof block)) > 0) e.stored.append(block, n);
+    ok = ok && n == 0 && unzCloseCurrentFile(uf) == UNZ_OK;
+    e.name = name;
+    out.push_back(std::move(e));
   }
-  ~Cwd() { EXPECT_EQ(0, chdir(saved_.c_str())); }
-
- private:
-  std::string saved_;
-};
-
-struct Call {
-  int state;
-  uint32_t bytes;
-  std::string entryName, filePath;
-  bool namesNull;
-};
-
-struct Recorder {
-  std::vector<Call> calls;
-  int atStart = 0, duringData = 0;  // the answers
-  std::set<std::string> tempsBefore, tempsSeen;
-  bool tempsPrivate = true;
-};
-
-ZLibCallbackAction record(ZLibCBData* d) {
-  auto* r = static_cast<Recorder*>(d->userData);
-  r->calls.push_back({d->state, d->bytes, d->entryName ? d->entryName : "",
-                      d->filePath ? d->filePath : "", !d->entryName && !d->filePath});
-  if (d->state != kZLibStateEntryData) return static_cast<ZLibCallbackAction>(r->atStart);
-  // The payload passes through a private file in /tmp.
-  for (const auto& n : writerTempFiles()) {
-    if (r->tempsBefore.count(n) != 0) continue;
-    r->tempsSeen.insert(n);
-    struct stat st;
-    if (lstat(("/tmp/" + n).c_str(), &st) == 0 && (st.st_mode & 0777) != 0600)
-      r->tempsPrivate = false;
-  }
-  return static_cast<ZLibCallbackAction>(r->duringData);
-}
-
-std::string noise(size_t size) {
-  std::string out(size, '\0');
-  unsigned x = 12345;
-  for (char& c : out) c = static_cast<char>((x = x * 1664525u + 1013904223u) >> 24);
+  if (uf != nullptr) unzClose(uf);
+  EXPECT_TRUE(ok) << path;
   return out;
 }
 
-}  // namespace
-
-TEST(VelZipWriter, OpeningClosingAppending) {
-  TempDir tmp;
-  writeFile(tmp / "f", "content");
-  Vel::VelZipHandler zip;
-  EXPECT_FALSE(zip.openZip(nullptr, nullptr, false));
-  EXPECT_FALSE(zip.openZip("", nullptr, false));
-  EXPECT_FALSE(zip.addFileToZip((tmp / "f").c_str(), nullptr, false));  // nothing open
-  EXPECT_TRUE(zip.closeZip());                                          // nothing open: true
-  EXPECT_FALSE(zip.openZip((tmp / "missing/out.zip").c_str(), nullptr, false));
-  {
-    // A relative archive path is taken from the current directory, and its
-    // folder becomes the base folder.
-    Cwd cwd(tmp.path());
-    ASSERT_TRUE(zip.openZip("rel.zip", nullptr, true));  // append to nothing: created
-    char path[1024] = "f";
-    zip.prepareSourcePath(path);
-    EXPECT_EQ(tmp / "f", path);
-    EXPECT_TRUE(zip.addFileToZip("f", nullptr, false));
-  }
-  std::vector<ProbedEntry> entries;
-  ASSERT_TRUE(zip.closeZip());
-  ASSERT_TRUE(probeArchive(tmp / "rel.zip", entries));
-  EXPECT_EQ(std::vector<std::string>{"f"}, entryNames(entries));
-
-  // Base folders: as given, with or without a slash, or empty; long paths are
-  // cut at 1023 bytes. Reopening closes the previous archive.
-  const std::pair<const char*, const char*> cases[] = {
-      {"/base", "/base/x"}, {"/base/", "/base/x"}, {"", "x"}};
-  for (const auto& [base, resolved] : cases) {
-    ASSERT_TRUE(zip.openZip((tmp / "a.zip").c_str(), base, false));
-    char path[1024] = "x";
-    zip.prepareSourcePath(path);
-    EXPECT_STREQ(resolved, path);
-    std::strcpy(path, "/abs");
-    zip.prepareSourcePath(path);
-    EXPECT_STREQ("/abs", path);
-  }
-  ASSERT_TRUE(zip.openZip((tmp / "a.zip").c_str(), "/base", false));
-  char path[1024];
-  std::strcpy(path, std::string(1020, 'n').c_str());
-  zip.prepareSourcePath(path);
-  EXPECT_EQ(1023u, std::strlen(path));
-
-  // Append writes a whole new archive after the bytes already in the file;
-  // the destructor finishes it.
-  writeFile(tmp / "rel.zip", "PREFIX");
-  {
-    Vel::VelZipHandler appender((tmp / "rel.zip").c_str(), nullptr, true);
-    EXPECT_TRUE(appender.addFileToZip((tmp / "f").c_str(), "two", false));
-  }
-  EXPECT_EQ("PREFIX", readFile(tmp / "rel.zip").substr(0, 6));
-  ASSERT_TRUE(probeArchive(tmp / "rel.zip", entries));
-  ASSERT_EQ(std::vector<std::string>{"two"}, entryNames(entries));
-  std::string content;
-  EXPECT_TRUE(decodeEntry(entries[0], content));
-  EXPECT_EQ("content", content);
+std::vector<std::string> names(const std::vector<ProbedEntry>& entries) {
+  std::vector<std::string> out;
+  for (const auto& e : entries) out.push_back(e.name);
+  return out;
 }
 
-TEST(VelZipWriter, StoredNames) {
-  TempDir tmp;
-  const std::string base = tmp / "base";
+// What an entry restores to. A format-1 file entry has its size as text in
+// the local extra field and a payload to decode; the rest is stored as is.
+std::string content(const ProbedEntry& e) {
+  if (e.localExtra.empty()) return e.stored;
+  if (e.localExtra.back() != '\0' || e.stored.size() < 2) return "<bad size text or payload>";
+  const size_t size = std::stoull(e.localExtra);
+  std::vector<char> buf(size + 65536);
+  std::string payload = e.stored;
+  Vel::VelLzmaHelper codec;
+  codec.initDecoder(&payload[0], buf.data(), buf.size());
+  unsigned long total = 0;
+  const int rc = codec.decodeLZMA2(&payload[1], payload.size() - 1, buf.size(), total);
+  codec.exitDecoder();
+  return rc == 0 && total == size ? std::string(buf.data(), total) : "<undecodable payload>";
+}
+
+// The writers' temporary files in /tmp: GUID-named payloads, companions.
+std::set<std::string> writerTempFiles() {
+  std::set<std::string> out;
+  for (const auto& item : std::filesystem::directory_iterator("/tmp")) {
+    const std::string n = item.path().filename();
+    if ((n.size() == 36 && n[8] == '-' && n.find_first_not_of("0123456789ABCDEF-") == n.npos) ||
+        n.rfind("ulvozip.temp.", 0) == 0) {
+      out.insert(n);
+    }
+  }
+  return out;
+}
+
+// Those made since `before` that stay. Other test programs may run at once;
+// their files in flight vanish within a second.
+std::set<std::string> leftoverTempFiles(const std::set<std::string>& before) {
+  std::set<std::string> extra;
+  for (int attempt = 0; attempt < 20; ++attempt, usleep(50000)) {
+    extra.clear();
+    for (const auto& n : writerTempFiles())
+      if (before.count(n) == 0) extra.insert(n);
+    if (extra.empty()) break;
+  }
+  return extra;
+}
+
+// Answers reports by entry name at the start and with duringData in the data
+// phase, noting the writers' temporary files that exist meanwhile.
+struct Answers {
+  std::map<std::string, int> atStart;
+  int duringData = 0;
+  std::set<std::string> before{writerTempFiles()}, seen;
+  bool allPrivate = true;  // every one seen had mode 0600
+
+  int operator()(const ProgressReport& r) {
+    if (r.state == kZLibStateEntryStart) return atStart[r.entry];
+    if (r.state != kZLibStateEntryData) return kZLibContinue;
+    for (const auto& n : writerTempFiles()) {
+      struct stat st;
+      if (before.count(n) != 0 || lstat(("/tmp/" + n).c_str(), &st) != 0) continue;
+      seen.insert(n);
+      allPrivate = allPrivate && (st.st_mode & 0777) == 0600;
+    }
+    return duringData;
+  }
+};
+
+constexpr char kUnicodeFile[] = "na\xC3\xAFve \xE2\x82\xAC/\xC3\xBCn\xC3\xAF.txt";
+constexpr uint64_t kTreeBytes = 5 + 70000 + 9 + 7 + 1234 + 1;  // of the regular files
+
+// top/ holding 10 files and links (one dangling) and 4 folders, one of them
+// empty and one with a non-ASCII name.
+std::string makeTree(const TempDir& tmp) {
+  const std::string top = tmp / "top";
+  const struct {
+    std::string rel;
+    mode_t mode;
+    std::string data;  // content, or a link's target
+  } items[] = {{"", S_IFDIR | 0755, ""},
+               {"/a.txt", S_IFREG | 0644, "alpha"},
+               {"/with space", S_IFREG | 0644, sampleBytes(70000, 3)},
+               {"/empty", S_IFREG | 0644, ""},
+               {"/ro.txt", S_IFREG | 0444, "read only"},
+               {"/na\xC3\xAFve \xE2\x82\xAC", S_IFDIR | 0755, ""},
+               {"/" + std::string(kUnicodeFile), S_IFREG | 0640, "unicode"},
+               {"/emptydir", S_IFDIR | 0755, ""},
+               {"/sub", S_IFDIR | 0750, ""},
+               {"/sub/inner.bin", S_IFREG | 0751, sampleBytes(1234, 4)},
+               {"/sub/deeper", S_IFDIR | 0700, ""},
+               {"/sub/deeper/d", S_IFREG | 0600, "d"},
+               {"/link-file", S_IFLNK, "a.txt"},
+               {"/link-dir", S_IFLNK, "sub"},
+               {"/dangling", S_IFLNK, "/nowhere/at all"}};
+  for (const auto& i : items) {
+    const std::string path = top + i.rel;
+    if (S_ISDIR(i.mode)) mkdir(path.c_str(), i.mode & 07777);
+    if (S_ISLNK(i.mode)) symlink(i.data.c_str(), path.c_str());
+    if (S_ISREG(i.mode)) writeFile(path, i.data);
+    if (S_ISREG(i.mode)) chmod(path.c_str(), i.mode & 07777);
+  }
+  return top;
+}
+
+std::string companionName(const std::string& name) {
+  const size_t slash = name.rfind('/') + 1;  // 0 when there is none
+  return "__MACOSX/" + name.substr(0, slash) + "._" + name.substr(slash);
+}
+
+// The entries a walk must give, in listing order, worked out from the tree.
+// Format 1: an entry for each sub-folder before its content; names lose the
+// base folder, folder names also one leading "/". Format 0: no folder
+// entries, file names lose one more character, and a companion follows each
+// regular file. Flattened: last components, and "/" for every folder.
+void expectedWalk(bool zero, bool flatten, const std::string& folder, size_t baseLen,
+                  std::vector<std::string>& out) {
+  DIR* dir = opendir(folder.c_str());
+  ASSERT_NE(nullptr, dir);
+  while (const dirent* d = readdir(dir)) {
+    const std::string n = d->d_name, child = folder + "/" + n, rel = child.substr(baseLen);
+    const std::string folderStyle = rel[0] == '/' ? rel.substr(1) : rel;
+    struct stat st;
+    if (n == "." || n == ".." || lstat(child.c_str(), &st) != 0) continue;
+    if (S_ISDIR(st.st_mode)) {
+      if (!zero) out.push_back(flatten ? "/" : folderStyle + "/");
+      expectedWalk(zero, flatten, child, baseLen, out);
+      continue;
+    }
+    out.push_back(flatten ? n : zero ? rel.substr(1) : rel);
+    if (zero && S_ISREG(st.st_mode)) out.push_back(companionName(flatten ? n : folderStyle));
+  }
+  closedir(dir);
+}
+
+// Every item under root as "mode content-or-target attributes", by relative
+// path. Folders only when asked for: format 0 has no folder entries, so
+// extracted folders are made afresh.
+std::map<std::string, std::string> snapshot(const std::string& root, bool folders, bool xattrs) {
+  std::map<std::string, std::string> items;
+  namespace fs = std::filesystem;
+  for (auto it = fs::recursive_directory_iterator(root); it != fs::end(it); ++it) {
+    const std::string path = it->path().string();
+    struct stat st;
+    if (lstat(path.c_str(), &st) != 0 || (S_ISDIR(st.st_mode) && !folders)) continue;
+    // Links' own permission bits vary.
+    std::string item = std::to_string(st.st_mode & (S_ISLNK(st.st_mode) ? S_IFMT : ~0u)) + " ";
+    if (S_ISLNK(st.st_mode)) item += fs::read_symlink(path).string();
+    if (S_ISREG(st.st_mode)) item += std::to_string(std::hash<std::string>()(readFile(path)));
+    for (const auto& [name, value] : xattrs ? userAttributes(path) : Attributes())
+      item += " " + name + "=" + value;
+    items[path.substr(root.size())] = item;
+  }
+  return items;
+}
+
+TYPED_TEST(Writer, OpeningStoredNamesAndOneCallForms) {
+  using Handler = typename TypeParam::Handler;
+  const TempDir& tmp = this->tmp;
+  const std::string base = tmp / "base", unicode = "n a\xC3\xAFve \xE2\x82\xAC.txt";
   ASSERT_EQ(0, mkdir(base.c_str(), 0755));
   ASSERT_EQ(0, mkdir((base + "/sub").c_str(), 0755));
-  for (const char* f : {"f", "sub/g", ".\\h", "..\\x", "n a\xC3\xAFve \xE2\x82\xAC.txt"})
+  for (const std::string& f : std::vector<std::string>{"f", "sub/g", ".\\h", "..\\x", unicode})
     writeFile(base + "/" + f, f);
   writeFile(tmp / "o", "o");
+  Handler zip;
+  EXPECT_FALSE(zip.openZip(nullptr, nullptr, false));
+  EXPECT_FALSE(zip.openZip("", nullptr, false));
+  EXPECT_FALSE(zip.openZip((tmp / "missing/out.zip").c_str(), nullptr, false));
+  EXPECT_FALSE(zip.addFileToZip((tmp / "o").c_str(), nullptr, false));  // nothing open
+  EXPECT_TRUE(zip.closeZip());
 
-  Vel::VelZipHandler zip((tmp / "names.zip").c_str(), base.c_str(), false);
-  // Absolute paths under a base folder without a trailing slash keep the slash.
-  EXPECT_TRUE(zip.addFileToZip((base + "/f").c_str(), nullptr, false));
-  EXPECT_TRUE(zip.addFileToZip((base + "/sub/g").c_str(), nullptr, false));
-  EXPECT_FALSE(zip.addFileToZip((tmp / "o").c_str(), nullptr, false));  // outside
-  // Relative paths are read from the base folder and stored as given, except
-  // that a leading ".\" is dropped.
-  EXPECT_TRUE(zip.addFileToZip("./f", nullptr, false));
-  EXPECT_TRUE(zip.addFileToZip(".\\h", nullptr, false));
-  EXPECT_FALSE(zip.addFileToZip("..\\x", nullptr, false));
-  EXPECT_TRUE(zip.addFileToZip("..\\x", nullptr, true));
-  EXPECT_TRUE(zip.addFileToZip("sub/g", nullptr, true));  // flatten: last component
-  EXPECT_TRUE(zip.addFileToZip((tmp / "o").c_str(), "given/name", false));
-  EXPECT_TRUE(zip.addFileToZip("n a\xC3\xAFve \xE2\x82\xAC.txt", nullptr, false));
-  // The prefix test ignores case; a base with a slash gives plain names.
   std::string upper = base;
-  for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  ASSERT_TRUE(zip.openZip((tmp / "case.zip").c_str(), upper.c_str(), false));
-  EXPECT_TRUE(zip.addFileToZip((base + "/f").c_str(), nullptr, false));
-  ASSERT_TRUE(zip.openZip((tmp / "slash.zip").c_str(), (base + "/").c_str(), false));
-  EXPECT_TRUE(zip.addFileToZip((base + "/sub/g").c_str(), nullptr, false));
-  ASSERT_TRUE(zip.closeZip());
+  std::transform(upper.begin(), upper.end(), upper.begin(), ::toupper);
+  const struct {
+    std::string base, path;
+    const char* entryName;
+    bool flatten;
+    std::string format1, format0;  // "" for refused
+  } cases[] = {
+      // Absolute paths lose the base folder and, in format 0, one more character.
+      {base, base + "/f", nullptr, false, "/f", "f"},
+      {base + "/", base + "/sub/g", nullptr, false, "sub/g", "ub/g"},
+      {upper, base + "/f", nullptr, false, "/f", "f"},  // the prefix test ignores case
+      {base, tmp / "o", nullptr, false, "", ""},
+      {base, tmp / "o", "given/name", false, "given/name", "given/name"},
+      // Relative paths are read from the base folder and stored as given, but
+      // for a leading ".\"; "..\" is refused unless flattened.
+      {base, "./f", nullptr, false, "./f", "./f"},
+      {base, ".\\h", nullptr, false, "h", "h"},
+      {base + "/", "sub/g", nullptr, false, "sub/g", "sub/g"},
+      {base, "..\\x", nullptr, false, "", ""},
+      {base, "..\\x", nullptr, true, "..\\x", "..\\x"},
+      {base, base + "/sub/g", nullptr, true, "g", "g"},
+      {base, unicode, nullptr, false, unicode, unicode},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.base + " " + c.path);
+    const std::string expected = TypeParam::zero ? c.format0 : c.format1;
+    ASSERT_TRUE(zip.openZip((tmp / "n.zip").c_str(), c.base.c_str(), false));
+    ASSERT_EQ(!expected.empty(), zip.addFileToZip(c.path.c_str(), c.entryName, c.flatten));
+    ASSERT_TRUE(zip.closeZip());
+    if (expected.empty()) continue;
+    const auto e = probe(tmp / "n.zip");
+    ASSERT_EQ(std::vector<std::string>{expected}, names(e));
+    EXPECT_EQ(readFile(c.path[0] == '/' ? c.path : base + "/" + c.path), content(e[0]));
+    // Format 0 marks non-ASCII names as UTF-8 for other tools.
+    EXPECT_EQ(TypeParam::zero && expected == unicode ? 0x800u : 0u, e[0].info.flag & 0x800);
+  }
 
-  std::vector<ProbedEntry> entries;
-  ASSERT_TRUE(probeArchive(tmp / "names.zip", entries));
-  EXPECT_EQ((std::vector<std::string>{"/f", "/sub/g", "./f", "h", "..\\x", "g", "given/name",
-                                      "n a\xC3\xAFve \xE2\x82\xAC.txt"}),
-            entryNames(entries));
-  std::string content;
-  ASSERT_TRUE(decodeEntry(entries[3], content));
-  EXPECT_EQ(".\\h", content);
-  ASSERT_TRUE(probeArchive(tmp / "case.zip", entries));
-  EXPECT_EQ(std::vector<std::string>{"/f"}, entryNames(entries));
-  ASSERT_TRUE(probeArchive(tmp / "slash.zip", entries));
-  EXPECT_EQ(std::vector<std::string>{"sub/g"}, entryNames(entries));
-}
-
-TEST(VelZipWriter, EntryLayoutAndLinks) {
-  TempDir tmp;
-  const std::string big = sampleBytes(300000, 7);
-  writeFile(tmp / "big", big);
-  writeFile(tmp / "empty", "");
-  ASSERT_EQ(0, chmod((tmp / "big").c_str(), 0640));
-  struct tm when = {};
-  when.tm_year = 2011 - 1900;
-  when.tm_mon = 4;
-  when.tm_mday = 17;
-  when.tm_hour = 13;
-  when.tm_min = 42;
-  when.tm_sec = 10;
-  when.tm_isdst = -1;
-  struct utimbuf times = {mktime(&when), mktime(&when)};
-  ASSERT_EQ(0, utime((tmp / "big").c_str(), &times));
-  ASSERT_EQ(0, symlink("/nowhere/at all", (tmp / "dangling").c_str()));
-  // A link's target is read from the path as the caller gave it: relative
-  // paths resolve against the base folder for lstat, the current directory
-  // for readlink.
-  ASSERT_EQ(0, mkdir((tmp / "cwd").c_str(), 0755));
-  ASSERT_EQ(0, symlink("in-base", (tmp / "rel").c_str()));
-  ASSERT_EQ(0, symlink("in-cwd", (tmp / "cwd/rel").c_str()));
-
-  Recorder rec;
+  // Appending writes a whole archive after the bytes already in the file;
+  // the destructor finishes it.
+  writeFile(tmp / "pre.zip", "PREFIX");
   {
-    Vel::VelZipHandler zip((tmp / "layout.zip").c_str(), (tmp.path() + "/").c_str(), false);
-    zip.setCallback(record, &rec);
-    EXPECT_TRUE(zip.addFileToZip((tmp / "big").c_str(), nullptr, false));
-    EXPECT_TRUE(zip.addFileToZip((tmp / "empty").c_str(), nullptr, false));
-    rec.calls.clear();
-    EXPECT_TRUE(zip.addFileToZip((tmp / "dangling").c_str(), nullptr, false));
-    Cwd cwd(tmp / "cwd");
-    EXPECT_TRUE(zip.addFileToZip("rel", nullptr, false));
-    Cwd root("/");
-    EXPECT_FALSE(zip.addFileToZip("rel", nullptr, false));  // no target there: no entry
+    Handler appender((tmp / "pre.zip").c_str(), nullptr, true);
+    EXPECT_TRUE(appender.addFileToZip("base/f", nullptr, false));
   }
-  EXPECT_TRUE(rec.calls.empty());  // links are not reported
+  EXPECT_EQ("PREFIX", readFile(tmp / "pre.zip").substr(0, 6));
+  EXPECT_EQ(std::vector<std::string>{"base/f"}, names(probe(tmp / "pre.zip")));
+  // One file beside itself, named from the folder (without a slash).
+  EXPECT_TRUE(Handler::ZipFile((base + "/f").c_str()));
+  EXPECT_EQ(std::vector<std::string>{TypeParam::zero ? "f" : "/f"}, names(probe(base + "/f.zip")));
+  EXPECT_FALSE(Handler::ZipFile((tmp / "missing").c_str()));
 
-  std::vector<ProbedEntry> entries;
-  ASSERT_TRUE(probeArchive(tmp / "layout.zip", entries));
-  ASSERT_EQ((std::vector<std::string>{"big", "empty", "dangling", "rel"}), entryNames(entries));
-  const ProbedEntry& b = entries[0];
-  EXPECT_EQ(0, b.method);
-  EXPECT_EQ(0100640u << 16, b.info.external_fa);
-  EXPECT_EQ(std::string("300000\0", 7), b.localExtra);
-  EXPECT_EQ(0u, b.info.size_file_extra);  // nothing in the central directory
-  EXPECT_EQ(24, static_cast<unsigned char>(b.stored[0]));
-  std::string content;
-  ASSERT_TRUE(decodeEntry(b, content));
-  EXPECT_TRUE(content == big);
-  const tm_unz& d = b.info.tmu_date;
-  EXPECT_EQ((std::vector<unsigned>{2011, 4, 17, 13, 42, 10}),
-            (std::vector<unsigned>{d.tm_year, d.tm_mon, d.tm_mday, d.tm_hour, d.tm_min, d.tm_sec}));
-  // An empty file: "0" and NUL, and the two-byte empty payload.
-  EXPECT_EQ(std::string("0\0", 2), entries[1].localExtra);
-  EXPECT_EQ(std::string("\x18\x00", 2), entries[1].stored);
-  // Links: the target as data, the link type in the mode, no extra field.
-  EXPECT_EQ("/nowhere/at all", entries[2].stored);
-  EXPECT_EQ("in-cwd", entries[3].stored);
-  for (size_t i = 2; i < 4; ++i) {
-    EXPECT_EQ(0120000u, entries[i].mode & 0170000);
-    EXPECT_EQ(0, entries[i].method);
-    EXPECT_TRUE(entries[i].localExtra.empty());
+  // One gzip member per call, whether or not the size ends a read block.
+  for (const size_t size : {4096, 5000}) {
+    const std::string g = tmp / ("g" + std::to_string(size)), data = sampleBytes(size, 2);
+    writeFile(g, data);
+    EXPECT_TRUE(Handler::GZipFile(g));
+    const size_t first = readFile(g + ".gz").size();
+    EXPECT_TRUE(Handler::GZipFile(g));
+    EXPECT_EQ(data, readFile(g));
+    EXPECT_EQ("\x1f\x8b", readFile(g + ".gz").substr(first, 2));  // appended, not rewritten
+    gzFile in = gzopen((g + ".gz").c_str(), "rb");
+    std::string out(3 * size, '\0');
+    const int n = gzread(in, &out[0], static_cast<unsigned>(out.size()));
+    gzclose(in);
+    EXPECT_TRUE(n > 0 && out.substr(0, n) == data + data) << size;
   }
-}
-
-TEST(VelZipWriter, ProgressReports) {
-  TempDir tmp;
-  writeFile(tmp / "noise", noise(200000));  // a payload of several 64 KiB blocks
-  writeFile(tmp / "small", "small");
-  Recorder rec;
-  rec.tempsBefore = writerTempFiles();
-  Vel::VelZipHandler zip((tmp / "progress.zip").c_str(), nullptr, false);
-  zip.setCallback(record, &rec);
-  EXPECT_TRUE(zip.addFileToZip("noise", nullptr, false));
-  ASSERT_GE(rec.calls.size(), 6u);
-  for (const Call* c : {&rec.calls.front(), &rec.calls.back()}) {
-    EXPECT_EQ("noise", c->entryName);  // as the caller gave it
-    EXPECT_EQ(tmp / "noise", c->filePath);
-    EXPECT_EQ(0u, c->bytes);
-  }
-  EXPECT_EQ(kZLibStateEntryStart, rec.calls.front().state);
-  EXPECT_EQ(kZLibStateEntryDone, rec.calls.back().state);
-  uint64_t payloadBytes = 0;
-  for (size_t i = 1; i + 1 < rec.calls.size(); ++i) {
-    EXPECT_EQ(kZLibStateEntryData, rec.calls[i].state);
-    EXPECT_TRUE(rec.calls[i].namesNull);
-    EXPECT_EQ(i + 2 < rec.calls.size() ? 65536u : rec.calls[i].bytes, rec.calls[i].bytes);
-    payloadBytes += rec.calls[i].bytes;
-  }
-  EXPECT_FALSE(rec.tempsSeen.empty());
-  EXPECT_TRUE(rec.tempsPrivate);
-
-  // An explicit name is what the callback sees. At the start, skip gives
-  // success and no entry, abort failure and no entry, anything else goes on.
-  rec.calls.clear();
-  EXPECT_TRUE(zip.addFileToZip("small", "stored/name", false));
-  ASSERT_EQ(3u, rec.calls.size());
-  EXPECT_EQ("stored/name", rec.calls[0].entryName);
-  rec.atStart = kZLibSkip;
-  EXPECT_TRUE(zip.addFileToZip("small", "skipped", false));
-  rec.atStart = kZLibAbort;
-  EXPECT_FALSE(zip.addFileToZip("small", "aborted", false));
-  rec.atStart = 7;
-  EXPECT_TRUE(zip.addFileToZip("small", "seven", false));
-  // During data any non-zero answer stops the entry with failure; the end is
-  // still reported.
-  rec.calls.clear();
-  rec.atStart = 0;
-  rec.duringData = kZLibSkip;
-  EXPECT_FALSE(zip.addFileToZip("noise", "stopped", false));
-  ASSERT_EQ(3u, rec.calls.size());
-  EXPECT_EQ(kZLibStateEntryDone, rec.calls[2].state);
-  // A null callback keeps the current one and stores the user data.
-  Recorder other;
-  zip.setCallback(nullptr, &other);
-  EXPECT_TRUE(zip.addFileToZip("small", "other", false));
-  EXPECT_EQ(3u, other.calls.size());
-  ASSERT_TRUE(zip.closeZip());
-
-  std::vector<ProbedEntry> entries;
-  ASSERT_TRUE(probeArchive(tmp / "progress.zip", entries));
-  EXPECT_EQ((std::vector<std::string>{"noise", "stored/name", "seven", "stopped", "other"}),
-            entryNames(entries));
-  EXPECT_EQ(entries[0].stored.size(), payloadBytes);  // payload bytes are reported
-  EXPECT_EQ(65536u, entries[3].stored.size());        // the stopped entry, closed properly
-  EXPECT_TRUE(leftoverTempFiles(rec.tempsBefore).empty());
-}
-
-TEST(VelZipWriter, FailuresLeaveNoTemporaryFiles) {
-  TempDir tmp;
-  const auto before = writerTempFiles();
-  ASSERT_EQ(0, mkdir((tmp / "dir").c_str(), 0755));
-  ASSERT_EQ(0, mkfifo((tmp / "fifo").c_str(), 0644));
-  writeFile(tmp / "f", sampleBytes(150000));
-  LogCapture logs;
-  Recorder rec;
-  {
-    Vel::VelZipHandler zip((tmp / "fail.zip").c_str(), nullptr, false);
-    zip.setCallback(record, &rec);
-    // A missing source is reported, then fails in encoding: no end report.
-    EXPECT_FALSE(zip.addFileToZip("missing", nullptr, false));
-    ASSERT_EQ(1u, rec.calls.size());
-    // Folders and fifos are not files (reading a fifo would block).
-    EXPECT_FALSE(zip.addFileToZip("dir", nullptr, false));
-    EXPECT_FALSE(zip.addFileToZip("fifo", nullptr, false));
-    rec.duringData = kZLibAbort;
-    EXPECT_FALSE(zip.addFileToZip("f", nullptr, false));
-    rec.duringData = 0;
-    EXPECT_TRUE(zip.addFileToZip("f", nullptr, false));  // and the archive goes on
-  }
-  EXPECT_TRUE(logs.lines().empty());  // one-file operations never log
-  EXPECT_TRUE(leftoverTempFiles(before).empty());
-  std::vector<ProbedEntry> entries;
-  ASSERT_TRUE(probeArchive(tmp / "fail.zip", entries));
-  ASSERT_EQ(2u, entries.size());  // the stopped "f", then the whole one
-  std::string content;
-  EXPECT_TRUE(decodeEntry(entries[1], content));
-}
-
-TEST(VelZipWriter, ZipFileAndGZipFile) {
-  TempDir tmp;
-  writeFile(tmp / "f", "single");
-  EXPECT_TRUE(Vel::VelZipHandler::ZipFile((tmp / "f").c_str()));
-  std::vector<ProbedEntry> entries;
-  ASSERT_TRUE(probeArchive(tmp / "f.zip", entries));
-  EXPECT_EQ(std::vector<std::string>{"/f"}, entryNames(entries));  // base /x has no slash
-  {
-    Cwd cwd(tmp.path());
-    EXPECT_TRUE(Vel::VelZipHandler::ZipFile("f"));  // a bare name works
-    ASSERT_EQ(0, mkdir("d", 0755));
-    writeFile(tmp / "d/g", "g");
-    EXPECT_FALSE(Vel::VelZipHandler::ZipFile("d/g"));  // reads d/d/g
-  }
-  ASSERT_TRUE(probeArchive(tmp / "f.zip", entries));
-  EXPECT_EQ(std::vector<std::string>{"f"}, entryNames(entries));
-  EXPECT_FALSE(Vel::VelZipHandler::ZipFile(nullptr));
-
-  // Gzip appends a member per call.
-  writeFile(tmp / "g", sampleBytes(5000));
-  EXPECT_TRUE(Vel::VelZipHandler::GZipFile(tmp / "g"));
-  EXPECT_TRUE(Vel::VelZipHandler::GZipFile(tmp / "g"));
-  const std::string cmd = "gzip -dc '" + (tmp / "g.gz") + "' > '" + (tmp / "out") + "'";
-  ASSERT_EQ(0, std::system(cmd.c_str()));
-  EXPECT_EQ(sampleBytes(5000) + sampleBytes(5000), readFile(tmp / "out"));
-  EXPECT_FALSE(Vel::VelZipHandler::GZipFile(tmp / "missing"));
+  EXPECT_FALSE(Handler::GZipFile(tmp / "missing"));
   EXPECT_TRUE(exists(tmp / "missing.gz"));
 }
+
+TYPED_TEST(Writer, EntryLayoutLinksAndProgress) {
+  const TempDir& tmp = this->tmp;
+  const bool zero = TypeParam::zero;
+  const std::string data = sampleBytes(300000, 7);  // several 64 KiB blocks either way
+  writeFile(tmp / "data", data);
+  writeFile(tmp / "empty", "");
+  ASSERT_EQ(0, chmod((tmp / "data").c_str(), 0640));
+  ASSERT_EQ(0, mkdir((tmp / "d").c_str(), 0750));
+  ASSERT_EQ(0, mkfifo((tmp / "fifo").c_str(), 0644));
+  ASSERT_EQ(0, symlink("/nowhere/at all", (tmp / "dangling").c_str()));
+  LogCapture logs;
+  ProgressRecorder rec;
+  Answers answers;
+  rec.answer = std::ref(answers);
+  typename TypeParam::Handler zip((tmp / "l.zip").c_str(), nullptr, false);
+  zip.setCallback(ProgressRecorder::callback, &rec);
+  EXPECT_TRUE(zip.addFileToZip("data", nullptr, false));
+  ASSERT_EQ("123", rec.states());
+  for (const ProgressReport* r : {&rec.reports.front(), &rec.reports.back()}) {
+    EXPECT_EQ("data", r->entry);  // as the caller gave it
+    EXPECT_EQ(tmp / "data", r->path);
+    EXPECT_EQ(0u, r->bytes);
+  }
+  // Blocks of 64 KiB: payload bytes in format 1, source bytes in format 0.
+  const size_t last = rec.reports.size() - 2;
+  for (size_t i = 1; i <= last; ++i) {
+    EXPECT_FALSE(rec.reports[i].hadEntry || !rec.reports[i].path.empty());
+    EXPECT_TRUE(i == last || rec.reports[i].bytes == 65536u) << i;
+  }
+  const uint64_t reported = rec.dataBytes()["data"];
+  EXPECT_EQ(zero, answers.seen.empty());  // format 1 encodes into a private file first
+  EXPECT_TRUE(answers.allPrivate);
+
+  // At the start skip gives success and no entry, abort failure and no entry,
+  // anything else goes on; neither reports more. During data any non-zero
+  // answer fails the entry, which is still closed properly and its end reported.
+  rec.reports.clear();
+  answers.atStart = {{"skipped", kZLibSkip}, {"aborted", kZLibAbort}, {"seven", 7}};
+  EXPECT_TRUE(zip.addFileToZip("data", "skipped", false));
+  EXPECT_FALSE(zip.addFileToZip("data", "aborted", false));
+  EXPECT_TRUE(zip.addFileToZip("data", "seven", false));
+  ASSERT_EQ("11123", rec.states());
+  EXPECT_EQ("skipped aborted seven",
+            rec.reports[0].entry + " " + rec.reports[1].entry + " " + rec.reports[2].entry);
+  rec.reports.clear();
+  answers.duringData = kZLibSkip;
+  EXPECT_FALSE(zip.addFileToZip("data", "stopped", false));
+  EXPECT_EQ(3u, rec.reports.size());
+  EXPECT_EQ("123", rec.states());
+  answers.duringData = 0;
+  EXPECT_TRUE(zip.addFileToZip((tmp / "empty").c_str(), "empty", false));
+  rec.reports.clear();
+  EXPECT_TRUE(zip.addFileToZip((tmp / "dangling").c_str(), "dangling", false));  // not reported
+  // Folders and fifos (which would block) are not files; like a missing file
+  // they fail after the start report.
+  for (const char* bad : {"d", "fifo", "missing"})
+    EXPECT_FALSE(zip.addFileToZip(bad, nullptr, false)) << bad;
+  EXPECT_EQ("111", rec.states());
+  EXPECT_TRUE(logs.lines().empty());  // one-file operations never log
+  EXPECT_TRUE(zip.addFolderToZip((tmp / "d").c_str(), false, true));
+  ASSERT_TRUE(zip.closeZip());
+  EXPECT_TRUE(leftoverTempFiles(answers.before).empty());
+
+  const auto e = probe(tmp / "l.zip");
+  ASSERT_EQ((std::vector<std::string>{"data", "seven", "stopped", "empty", "dangling", "d/"}),
+            names(e));
+  for (const auto& entry : e) {
+    EXPECT_EQ(zero ? 8u : 0u, entry.info.compression_method) << entry.name;
+    EXPECT_EQ(0u, entry.info.size_file_extra) << entry.name;  // nothing in the central directory
+    // Format 0 says "made on Unix", so that other tools apply modes and links.
+    EXPECT_TRUE(!zero || entry.info.version >> 8 == 3) << entry.name;
+    EXPECT_TRUE((!zero && (entry.mode() & 0170000) == 0100000) || entry.localExtra.empty());
+  }
+  EXPECT_EQ(0100640u, e[0].mode());
+  EXPECT_TRUE(content(e[0]) == data);
+  EXPECT_EQ(e[0].stored.size(), reported);
+  EXPECT_EQ(65536u, e[2].stored.size());
+  EXPECT_TRUE(!zero || e[2].stored == data.substr(0, 65536));
+  EXPECT_EQ("", content(e[3]));
+  EXPECT_EQ("/nowhere/at all", e[4].stored);  // a link: its target
+  EXPECT_EQ(0120000u, e[4].mode() & 0170000);
+  EXPECT_EQ("", e[5].stored);
+  EXPECT_EQ(040750u, e[5].mode());
+  if (zero) {
+    EXPECT_LT(e[0].info.compressed_size, data.size() * 7 / 10);
+  } else {
+    // The restored size as text with its NUL, then the payload: dictionary
+    // byte first, and only that and an end mark for an empty file.
+    EXPECT_EQ(std::string("300000\0", 7), e[0].localExtra);
+    EXPECT_EQ(0x18, e[0].stored[0]);
+    EXPECT_EQ(std::string("0\0", 2), e[3].localExtra);
+    EXPECT_EQ(std::string("\x18\x00", 2), e[3].stored);
+  }
+}
+
+// One tree written every way and read back every way.
+TYPED_TEST(Writer, WalkCompanionsAndRoundTrips) {
+  using Handler = typename TypeParam::Handler;
+  const bool zero = TypeParam::zero;
+  const TempDir& tmp = this->tmp;
+  const std::string top = makeTree(tmp), file = top + "/a.txt", inner = top + "/" + kUnicodeFile;
+  ASSERT_TRUE(setAttr(file, "user.velzip.color", "blue") &&
+              setAttr(inner, "user.velzip.color", "green") &&
+              setAttr(inner, "user.com.apple.FinderInfo", "TEXTttxt" + std::string(24, 0)));
+  const auto tempsBefore = writerTempFiles();
+  LogCapture logs;
+  {
+    Handler zip((tmp / "w.zip").c_str(), nullptr, false);  // base: tmp, without a slash
+    EXPECT_TRUE(zip.addFolderToZip(top.c_str(), false, true));
+    // Companions on request, under "__MACOSX/"; none for links.
+    EXPECT_TRUE(zip.addResourceForkToZip("top/a.txt", file.c_str()));
+    EXPECT_TRUE(
+        zip.addResourceForkToZip(("top/" + std::string(kUnicodeFile)).c_str(), inner.c_str()));
+    EXPECT_TRUE(zip.addResourceForkToZip("link", (top + "/link-file").c_str()));
+    EXPECT_FALSE(zip.addResourceForkToZip(nullptr, file.c_str()));
+    EXPECT_TRUE(leftoverTempFiles(tempsBefore).empty());  // while the archive is still open
+  }
+  std::vector<std::string> expected{"top/"};
+  expectedWalk(zero, false, top, tmp.path().size(), expected);
+  expected.push_back(companionName("top/a.txt"));
+  expected.push_back(companionName("top/" + std::string(kUnicodeFile)));
+  const auto e = probe(tmp / "w.zip");
+  ASSERT_EQ(expected, names(e));
+  EXPECT_EQ(0100600u, e.back().mode());  // described like the scratch file
+  // The format's reader restores everything, with the companions applied.
+  const std::string dest = tmp / "dest";
+  if (zero) {
+    EXPECT_TRUE(UnzipHandler().unzip((tmp / "w.zip").c_str(), dest.c_str(), false, 0xFFFFFFFF));
+  } else {
+    EXPECT_TRUE(
+        Vel::VelUnzipHandler().unzip((tmp / "w.zip").c_str(), dest.c_str(), false, 0xFFFFFFFF));
+  }
+  EXPECT_EQ(snapshot(top, !zero, true), snapshot(dest + "/top", !zero, true));
+  EXPECT_FALSE(exists(dest + "/__MACOSX"));
+
+  // Beside the folder: the walk without the folder's own entry. Python's
+  // zipfile finds every CRC right, every name and every source item's mode.
+  EXPECT_TRUE(Handler::ZipFolder(top.c_str(), false));
+  EXPECT_EQ(std::vector<std::string>(expected.begin() + 1, expected.end() - 2),
+            names(probe(top + ".zip")));
+  writeFile(tmp / "check.py",
+            "import os, sys, zipfile\n"
+            "z = zipfile.ZipFile(sys.argv[1])\n"
+            "bad = z.testzip()\n"
+            "for i in z.infolist():\n"
+            "    raw = i.filename.encode('utf-8' if i.flag_bits & 0x800 else 'cp437')\n"
+            "    path = os.path.join(os.fsencode(sys.argv[2]), raw.lstrip(b'/'))\n"
+            "    if not raw.startswith(b'__MACOSX/') and os.lstat(path).st_mode != i.external_attr "
+            ">> 16:\n"
+            "        bad = raw\n"
+            "sys.exit(bad is not None and 'wrong: %r' % bad)\n");
+  EXPECT_EQ(
+      0,
+      std::system(
+          ("python3 '" + tmp / "check.py" + "' '" + top + ".zip' '" + tmp.path() + "'").c_str()));
+  // Format 1's payloads are velzip's own (and its size text no tagged extra
+  // block): other tools extract format 0 only.
+  for (const std::string tool : {"unzip -q", "bsdtar -xf"}) {
+    const std::string out = tmp / tool.substr(0, tool.find(' '));
+    if (!zero || mkdir(out.c_str(), 0755) != 0) continue;
+    const std::string command = "umask 022 && cd '" + out + "' && " + tool + " '" + top + ".zip'";
+    ASSERT_EQ(0, std::system(command.c_str())) << tool;
+    EXPECT_EQ(snapshot(top, false, false), snapshot(out + "/top", false, false)) << tool;
+    EXPECT_TRUE(exists(out + "/__MACOSX/top/._a.txt"));  // companions are plain files there
+  }
+
+  // Flattened; trailing separators are the folder itself.
+  {
+    Handler zip((tmp / "flat.zip").c_str(), nullptr, false);
+    EXPECT_TRUE(zip.addFolderToZip((top + "///").c_str(), true, false));
+  }
+  expected.clear();
+  expectedWalk(zero, true, top, tmp.path().size(), expected);
+  EXPECT_EQ(expected, names(probe(tmp / "flat.zip")));
+  EXPECT_TRUE(leftoverTempFiles(tempsBefore).empty());
+  EXPECT_TRUE(!zero || logs.lines().empty());  // format 0 never logs
+
+  // Links count as files, only regular files add their size; calls add up.
+  Z_FileInfo info;
+  EXPECT_TRUE(Handler::GetFolderInfo((top + "//").c_str(), info));
+  EXPECT_TRUE(Handler::GetFolderInfo(top.c_str(), info));
+  EXPECT_EQ((std::vector<uint64_t>{20, 8, 2 * kTreeBytes}),
+            (std::vector<uint64_t>{info.fileCount, info.folderCount, info.totalSize}));
+  EXPECT_FALSE(Handler::GetFolderInfo((tmp / "missing").c_str(), info));
+}
+
+TYPED_TEST(Writer, WalkReportsAnswersAndFailures) {
+  using Handler = typename TypeParam::Handler;
+  const TempDir& tmp = this->tmp;
+  const std::string top = makeTree(tmp), zipPath = tmp / "cb.zip";
+  ProgressRecorder rec;
+  Answers answers;
+  rec.answer = std::ref(answers);
+  answers.atStart[top + "/a.txt"] = kZLibSkip;
+  {
+    Handler zip(zipPath.c_str(), top.c_str(), false);
+    zip.setCallback(ProgressRecorder::callback, &rec);
+    EXPECT_TRUE(zip.addFolderToZip(top.c_str(), false, false));
+  }
+  // Files are reported by their path, links not at all; format 0 reports each
+  // companion too, read from its scratch file.
+  size_t files = 0;
+  for (const auto& r : rec.reports) {
+    if (r.state != kZLibStateEntryStart) continue;
+    if (r.entry.rfind("__MACOSX/", 0) != 0) {
+      EXPECT_EQ(r.entry, r.path);
+      ++files;
+    } else {
+      EXPECT_TRUE(TypeParam::zero && r.path.rfind("/tmp/ulvozip.temp.", 0) == 0) << r.path;
+    }
+  }
+  EXPECT_EQ(7u, files);
+  const auto stored = names(probe(zipPath));
+  const std::string p = TypeParam::zero ? "" : "/";
+  EXPECT_EQ(0, std::count(stored.begin(), stored.end(), p + "a.txt"));          // skipped,
+  EXPECT_EQ(1, std::count(stored.begin(), stored.end(), p + "sub/inner.bin"));  // and on
+
+  // An abort stops the walk with failure, as does the first child that fails,
+  // at every level above it.
+  rec.reports.clear();
+  answers.atStart[top + "/sub/inner.bin"] = kZLibAbort;
+  Handler zip(zipPath.c_str(), top.c_str(), false);
+  zip.setCallback(ProgressRecorder::callback, &rec);
+  EXPECT_FALSE(zip.addFolderToZip(top.c_str(), false, false));
+  EXPECT_EQ(top + "/sub/inner.bin", rec.reports.back().entry);
+  EXPECT_FALSE(zip.addFolderToZip((tmp / "elsewhere").c_str(), false, false));  // outside the base
+  ASSERT_EQ(0, mkfifo((top + "/sub/deeper/fifo").c_str(), 0644));
+  EXPECT_FALSE(Handler::ZipFolder(top.c_str(), false));
+  EXPECT_FALSE(Handler::ZipFolder((tmp / "missing").c_str(), false));
+  EXPECT_FALSE(Handler().addFolderToZip(top.c_str(), false, false));  // nothing open
+}
+
+TEST(Format1Writer, NamedArchivesAndLogLines) {
+  TempDir tmp;
+  const std::string top = makeTree(tmp), named = tmp / "named.zip";
+  // Into a named archive, base = the folder: with its slash names are plain,
+  // without it file names keep a leading "/".
+  for (const std::string& folder : {top + "/", top}) {
+    std::vector<std::string> expected;
+    expectedWalk(false, false, top, folder.size(), expected);
+    EXPECT_TRUE(Vel::VelZipHandler::ZipFolder(folder.c_str(), named.c_str(), false));
+    EXPECT_EQ(expected, names(probe(named))) << folder;
+  }
+  EXPECT_FALSE(Vel::VelZipHandler::ZipFolder("top/", named.c_str(), false));  // read as top/top/
+
+  LogCapture logs;
+  const std::string badZip = tmp / "no/such/dir.zip";
+  EXPECT_FALSE(Vel::VelZipHandler::ZipFolder(top.c_str(), badZip.c_str(), false));
+  Vel::VelZipHandler zip((tmp / "f.zip").c_str(), top.c_str(), false);
+  EXPECT_FALSE(zip.addFolderToZip((tmp / "elsewhere").c_str(), false, false));
+  EXPECT_TRUE(zip.addFolderToZip((top + "/sub").c_str(), false, false));
+  const std::pair<int, std::string> wanted[] = {
+      {50, "opening zip " + badZip + " failed "},
+      {30, "Entering to add folder " + tmp / "elsewhere" + " in zip (addrootfolder = 0)"},
+      {10, "Found directory deeper inside directory " + top + "/sub"},
+      {10, "Found file inner.bin inside directory " + top + "/sub"},
+      {30, "Entering to add folder " + top + "/sub/deeper in zip (addrootfolder = 1)"}};
+  for (const auto& [level, text] : wanted) {
+    EXPECT_TRUE(std::any_of(logs.lines().begin(), logs.lines().end(), [&](const LogLine& l) {
+      return l.level == level && l.text == text && l.module == "VELZIP" &&
+             l.component == "VelzipHandler" && l.tag1.empty() && l.tag2.empty();
+    })) << text;
+  }
+}
+
+}  // namespace
