@@ -9,7 +9,12 @@
 namespace velzip {
 namespace fileutils {
 
-bool spawnDetached(const std::string& program, const std::vector<std::string>& args) {
+namespace {
+
+// The one fork/exec/wait of the file utilities. Detached, a middle process
+// exits at once so the program is adopted by init and the host has nothing to
+// reap; the result is then only whether it could be started.
+int runChild(const std::string& program, const std::vector<std::string>& args, bool detach) {
   // Everything the children need is built before fork: after it, only
   // async-signal-safe calls are allowed in a threaded host.
   std::vector<std::string> storage;
@@ -20,15 +25,15 @@ bool spawnDetached(const std::string& program, const std::vector<std::string>& a
   for (std::string& arg : storage) argv.push_back(&arg[0]);
   argv.push_back(nullptr);
 
-  pid_t child = fork();
-  if (child < 0) return false;
+  const pid_t child = fork();
+  if (child < 0) return -1;
   if (child == 0) {
-    // The middle process exits at once, so the program is adopted by init and
-    // the host is left with nothing to reap.
-    pid_t grandchild = fork();
-    if (grandchild != 0) _exit(grandchild < 0 ? 1 : 0);
-    setsid();
-    int null = open("/dev/null", O_RDWR);
+    if (detach) {
+      const pid_t grandchild = fork();
+      if (grandchild != 0) _exit(grandchild < 0 ? 1 : 0);
+      setsid();
+    }
+    const int null = open("/dev/null", O_RDWR);
     if (null >= 0) {
       dup2(null, STDIN_FILENO);
       dup2(null, STDOUT_FILENO);
@@ -40,9 +45,19 @@ bool spawnDetached(const std::string& program, const std::vector<std::string>& a
   }
   int status = 0;
   while (waitpid(child, &status, 0) < 0) {
-    if (errno != EINTR) return false;
+    if (errno != EINTR) return -1;
   }
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+}  // namespace
+
+bool spawnDetached(const std::string& program, const std::vector<std::string>& args) {
+  return runChild(program, args, true) == 0;
+}
+
+int runAndWait(const std::string& program, const std::vector<std::string>& args) {
+  return runChild(program, args, false);
 }
 
 }  // namespace fileutils

@@ -1,10 +1,7 @@
 #include "fileutils/disk_image.h"
 
-#include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <memory>
 
@@ -108,36 +105,7 @@ int runTool(const std::vector<std::string>& candidates, const std::vector<std::s
       break;
     }
   }
-  if (program.empty()) return -1;
-
-  // Everything the child needs is built before fork: after it, only
-  // async-signal-safe calls are allowed in a threaded host.
-  std::vector<std::string> storage;
-  storage.reserve(args.size() + 1);
-  storage.push_back(program);
-  storage.insert(storage.end(), args.begin(), args.end());
-  std::vector<char*> argv;
-  for (std::string& arg : storage) argv.push_back(&arg[0]);
-  argv.push_back(nullptr);
-
-  const pid_t child = fork();
-  if (child < 0) return -1;
-  if (child == 0) {
-    const int null = open("/dev/null", O_RDWR);
-    if (null >= 0) {
-      dup2(null, STDIN_FILENO);
-      dup2(null, STDOUT_FILENO);
-      dup2(null, STDERR_FILENO);
-    }
-    close_range(3, ~0U, 0);
-    execv(argv[0], argv.data());
-    _exit(127);
-  }
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0) {
-    if (errno != EINTR) return -1;
-  }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return program.empty() ? -1 : runAndWait(program, args);
 }
 
 }  // namespace fileutils

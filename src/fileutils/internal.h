@@ -53,6 +53,11 @@ bool findMountOf(const std::string& path, MountEntry& entry);
 // it is reparented so no zombie is left. Standard streams go to /dev/null.
 bool spawnDetached(const std::string& program, const std::vector<std::string>& args);
 
+// Runs program (an absolute path) with args, standard streams on /dev/null,
+// and waits for it. Its exit status, or -1 when it could not be run or did
+// not exit normally.
+int runAndWait(const std::string& program, const std::vector<std::string>& args);
+
 }  // namespace fileutils
 }  // namespace velzip
 
