@@ -7,7 +7,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <set>
 #include <string>
 
 #include "support/temp_dir.h"
@@ -43,6 +47,30 @@ inline void flipByte(const std::string& path, long long offset, unsigned char ma
   ASSERT_TRUE(offset >= 0 && offset < static_cast<long long>(bytes.size())) << offset;
   bytes[static_cast<size_t>(offset)] ^= static_cast<char>(mask);
   writeFile(path, bytes);
+}
+
+// Everything under root, one sorted line each: "path mode size:hash" for a
+// file, "path mode/" for a folder, "path -> target" for a link.
+inline std::string treeListing(const std::string& root) {
+  namespace fs = std::filesystem;
+  std::set<std::string> lines;
+  for (auto it = fs::recursive_directory_iterator(root); it != fs::end(it); ++it) {
+    const std::string path = it->path().string(), rel = path.substr(root.size() + 1);
+    char mode[16];
+    std::snprintf(mode, sizeof mode, " %o", permissions(path));
+    if (it->is_symlink()) {
+      lines.insert(rel + " -> " + linkTarget(path));
+    } else if (it->is_directory()) {
+      lines.insert(rel + mode + "/");
+    } else {
+      const std::string data = readFile(path);
+      lines.insert(rel + mode + " " + std::to_string(data.size()) + ":" +
+                   std::to_string(std::hash<std::string>()(data)));
+    }
+  }
+  std::string all;
+  for (const auto& line : lines) all += line + "\n";
+  return all;
 }
 
 // Incompressible bytes, deterministic for a seed: tools keep them stored.
