@@ -16,7 +16,11 @@
 /* A fixed underlying type so that any int32 a host returns is a valid value. */
 enum ZLibCallbackAction : int32_t { kZLibContinue = 0, kZLibAbort = 1, kZLibSkip = 2 };
 #else
-typedef enum ZLibCallbackAction { kZLibContinue = 0, kZLibAbort = 1, kZLibSkip = 2 } ZLibCallbackAction;
+typedef enum ZLibCallbackAction {
+  kZLibContinue = 0,
+  kZLibAbort = 1,
+  kZLibSkip = 2
+} ZLibCallbackAction;
 #endif
 
 enum { kZLibStateEntryStart = 1, kZLibStateEntryData = 2, kZLibStateEntryDone = 3 };

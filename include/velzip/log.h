@@ -15,12 +15,7 @@
 typedef int32_t (*LogMessageFn)(int32_t level, const char* module, const char* component,
                                 const char* tag1, const char* tag2, const char* format, ...);
 
-enum {
-  kLogLevelDetail = 10,
-  kLogLevelInfo = 30,
-  kLogLevelWarning = 40,
-  kLogLevelError = 50
-};
+enum { kLogLevelDetail = 10, kLogLevelInfo = 30, kLogLevelWarning = 40, kLogLevelError = 50 };
 
 #ifdef __cplusplus
 extern "C" {

@@ -18,7 +18,6 @@ namespace FileUtils {
 
 namespace {
 
-
 // A fresh name beside the target; the caller's umask gives the mode, as for
 // any new file.
 int createTempBeside(const std::string& path, std::string& tempPath) {

@@ -19,7 +19,6 @@ namespace fileutils {
 
 namespace {
 
-
 // Only the user namespace: the others need privileges or mean something
 // (security labels, ACLs) that belongs to the target's place.
 void copyUserAttributes(int from, int to) {

@@ -13,9 +13,13 @@ namespace UlvoUtils {
 
 Logger::~Logger() = default;
 void Logger::SetLevel(int) {}
-int Logger::GetLevel() const { return 0; }
+int Logger::GetLevel() const {
+  return 0;
+}
 void Logger::SetEnabled(bool) {}
-bool Logger::IsEnabled() const { return true; }
+bool Logger::IsEnabled() const {
+  return true;
+}
 void Logger::Flush() {}
 
 bool SetLogger(void* logFn, void* logger) {

@@ -14,7 +14,8 @@ namespace velzip {
 template <class... Args>
 inline void logArchive(int32_t level, const char* component, const char* tag2, const char* format,
                        Args... args) {
-  if (LogMessageFn fn = kLogMessageFnPtr) fn(level, kModuleName, component, "", tag2, format, args...);
+  if (LogMessageFn fn = kLogMessageFnPtr)
+    fn(level, kModuleName, component, "", tag2, format, args...);
 }
 
 // Utilities and the format-0 reader: the caller's handle, else the utilities'

@@ -2,6 +2,8 @@
 
 namespace velzip {
 
-ZLibCallbackAction defaultCallback(ZLibCBData*) { return kZLibContinue; }
+ZLibCallbackAction defaultCallback(ZLibCBData*) {
+  return kZLibContinue;
+}
 
 }  // namespace velzip

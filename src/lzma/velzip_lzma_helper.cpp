@@ -80,7 +80,8 @@ bool VelLzmaHelper::initDecoder(char* props, char* dictBuffer, unsigned long dic
   decoder_ = std::make_unique<Decoder>();
   decoder_->dict = reinterpret_cast<uint8_t*>(dictBuffer);
   decoder_->dictSize = dictBuffer != nullptr ? dictBufferSize : 0;
-  const uint64_t announced = props != nullptr ? velzip::dictSizeFromProp(static_cast<uint8_t>(*props)) : 0;
+  const uint64_t announced =
+      props != nullptr ? velzip::dictSizeFromProp(static_cast<uint8_t>(*props)) : 0;
   if (announced == 0) {
     decoder_->init = LZMA_OPTIONS_ERROR;
     return true;

@@ -26,7 +26,6 @@ constexpr char kAclName[] = "com.apple.acl.text";
 // Attributes can change between the size query and the read.
 constexpr int kSizeRaceAttempts = 8;
 
-
 template <typename Buffer, typename Call>
 bool readSized(Buffer& buffer, Call call) {
   for (int attempt = 0; attempt < kSizeRaceAttempts; ++attempt) {

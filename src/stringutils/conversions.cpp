@@ -20,7 +20,6 @@ namespace {
 
 constexpr char kComponent[] = "StringUtils";
 
-
 template <class T>
 T readHex(const std::string& text) {
   T value{};
@@ -110,17 +109,29 @@ bool PtrToNativeStr(const void* ptr, std::string& out, void*) {
   return true;
 }
 
-std::string IntToUTF8(int value) { return std::to_string(value); }
+std::string IntToUTF8(int value) {
+  return std::to_string(value);
+}
 
-std::string IntToNativeString(int value) { return std::to_string(value); }
+std::string IntToNativeString(int value) {
+  return std::to_string(value);
+}
 
-std::string LongToUTF8(long value) { return std::to_string(value); }
+std::string LongToUTF8(long value) {
+  return std::to_string(value);
+}
 
-int UTF8ToInt(const std::string& text, void*) { return std::atoi(text.c_str()); }
+int UTF8ToInt(const std::string& text, void*) {
+  return std::atoi(text.c_str());
+}
 
-int NativeStringToInt(const std::string& text, void*) { return std::atoi(text.c_str()); }
+int NativeStringToInt(const std::string& text, void*) {
+  return std::atoi(text.c_str());
+}
 
-long long UTF8ToLong(const std::string& text, void*) { return std::atoll(text.c_str()); }
+long long UTF8ToLong(const std::string& text, void*) {
+  return std::atoll(text.c_str());
+}
 
 long long NativeStringToLong(const std::string& text, void*) {
   if (text.empty()) return 0;

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/apple_double.h"
 #include "frame/handles.h"
+#include "platform/apple_double.h"
 #include "velzip/StringUtils.h"
 
 namespace velzip {

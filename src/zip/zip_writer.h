@@ -16,8 +16,8 @@
 #include "frame/bounded.h"
 #include "frame/log_emit.h"
 #include "frame/progress.h"
-#include "velzip/VelZipHandler.h"
 #include "lzma/payload_encoder.h"
+#include "velzip/VelZipHandler.h"
 #include "zip/entry_deflater.h"
 #include "zip/temp_file.h"
 

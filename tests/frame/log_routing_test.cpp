@@ -1,6 +1,6 @@
-#include <cstring>
-
 #include <gtest/gtest.h>
+
+#include <cstring>
 
 #include "frame/bounded.h"
 #include "frame/log_emit.h"

@@ -1,7 +1,6 @@
 // A host that uses the installed headers and library only.
-#include <velzip/velzip.hpp>
-
 #include <cstdio>
+#include <velzip/velzip.hpp>
 
 int main() {
   velzipSetLogger(nullptr, nullptr);

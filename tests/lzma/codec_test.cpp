@@ -1,11 +1,10 @@
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "lzma/lzma2_codec.h"
 #include "support/temp_dir.h"
@@ -51,8 +50,8 @@ int run(const std::string& command) {
 
 TEST(Lzma2Codec, RoundTripsSizesAcrossDictionaryBoundaries) {
   TempDir dir;
-  for (size_t size : {size_t{0}, size_t{1}, size_t{4095}, size_t{4097}, size_t{300000},
-                      size_t{3} << 20}) {
+  for (size_t size :
+       {size_t{0}, size_t{1}, size_t{4095}, size_t{4097}, size_t{300000}, size_t{3} << 20}) {
     const std::string data = sampleBytes(size, static_cast<unsigned>(size));
     const std::string payload = encodeBytes(dir, data);
     ASSERT_GE(payload.size(), 2u);

@@ -1,11 +1,11 @@
+#include "lzma/entry_layout.h"
+
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <ctime>
 
-#include <gtest/gtest.h>
-
-#include "lzma/entry_layout.h"
 #include "support/temp_dir.h"
 
 using namespace velzip;

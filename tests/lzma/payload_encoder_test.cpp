@@ -8,9 +8,9 @@
 
 #include <string>
 
+#include "frame/handles.h"
 #include "support/temp_dir.h"
 #include "velzip/VelLzmaHelper.h"
-#include "frame/handles.h"
 
 using namespace velzip_test;
 

@@ -52,7 +52,8 @@ class CaptureLogger : public UlvoUtils::Logger {
 // Installs captureSink on both routings for the scope and clears the lines.
 class LogCapture {
  public:
-  LogCapture() : archive_(kLogMessageFnPtr), util_(ulvoUtilsLogMessageFnPtr), obj_(ulvoUtilsLogger) {
+  LogCapture()
+      : archive_(kLogMessageFnPtr), util_(ulvoUtilsLogMessageFnPtr), obj_(ulvoUtilsLogger) {
     capturedLines().clear();
     kLogMessageFnPtr = captureSink;
     ulvoUtilsLogMessageFnPtr = captureSink;
