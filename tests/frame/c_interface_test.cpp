@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -153,6 +154,14 @@ TEST(CInterface, FailuresOfTheOperationBecomeOne) {
   EXPECT_EQ(velzipCompressFolder("", empty.c_str(), 1, nullptr, nullptr), 1);
   ASSERT_TRUE(exists(empty));
   EXPECT_TRUE(entryNames(empty).empty());
+  // The C interface takes no password: an encrypted entry fails cleanly.
+  writeFile(dir / "secret.txt", "top secret");
+  const std::string locked = dir / "locked.zip";
+  const std::string zip = "cd '" + dir.path() + "' && zip -q -P pw '" + locked + "' secret.txt";
+  if (std::system(zip.c_str()) == 0) {
+    EXPECT_EQ(velzipDecompressFile(locked.c_str(), (dir / "l").c_str(), 0, nullptr, nullptr), 1);
+    EXPECT_NE(readFile(dir / "l/secret.txt"), "top secret");
+  }
 }
 
 TEST(CInterface, FormatZeroWritesBesideTheSourceWhateverTheArchivePath) {
