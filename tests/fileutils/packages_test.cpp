@@ -28,6 +28,28 @@ MachOFile textWith(const std::string& plist, int64_t offset = -1, int64_t size =
   return MachOFile().segment("__TEXT", {{"__info_plist", plist, offset, size}});
 }
 
+velzip::PlistValue parsed(const std::string& bytes, bool expected = true) {
+  velzip::PlistValue v;
+  EXPECT_EQ(velzip::parsePropertyList(bytes.data(), bytes.size(), v), expected) << bytes.size();
+  return v;
+}
+
+// Binary: n arrays each referring refs times to the next; the last refers
+// back to the first when cycle.
+std::string arrayChain(int n, int refs, bool cycle = false) {
+  std::string out = "bplist00", table, trailer(32, '\0');
+  for (int i = 0; i < n; ++i) {
+    table += {char(out.size() >> 8), char(out.size())};
+    const int next = i + 1 < n ? i + 1 : cycle ? 0 : -1;
+    out += char(next < 0 ? 0xA0 : 0xA0 | refs);
+    for (int r = 0; next >= 0 && r < refs; ++r) out += {char(next >> 8), char(next)};
+  }
+  trailer[6] = trailer[7] = 2;  // offset and reference widths
+  trailer[14] = char(n >> 8), trailer[15] = char(n);
+  trailer[30] = char(out.size() >> 8), trailer[31] = char(out.size());
+  return out + table + trailer;
+}
+
 }  // namespace
 
 TEST(ChildProcesses, StatusesAndNothingLeftToReap) {
@@ -199,4 +221,60 @@ TEST(DylibVersion, CraftedFiles) {
     EXPECT_EQ(log.texts(), Lines{"50 Error Failed " + step + " the dylib " + bad +
                                  " while getting its version"});
   }
+}
+
+TEST(PropertyLists, ValuesKeptAndHostileShapesRefused) {
+  const velzip::PlistValue v = parsed(
+      infoPlistXml("<dict><key>s</key><string>a&amp;b</string><key>n</key><integer>4</integer>"
+                   "<key>list</key><array><dict/><string>x</string></array></dict>"));
+  const velzip::PlistValue* list = v.find("list");
+  EXPECT_TRUE(v.findString("s") != nullptr && *v.findString("s") == "a&b");
+  EXPECT_TRUE(v.find("n") != nullptr && v.findString("n") == nullptr);  // there, not a string
+  ASSERT_TRUE(list != nullptr && list->isArray() && list->items().size() == 2);
+  EXPECT_TRUE(list->items()[0].isDictionary() && list->items()[1].text() == "x");
+  auto nested = [](int depth, const std::string& open = "<array>") {
+    std::string opened, closed;
+    for (int i = 0; i < depth; ++i) opened += open, closed += "</array>";
+    return infoPlistXml(opened + closed);
+  };
+  const int max = velzip::kPlistMaxDepth;
+  for (const std::string& fine : {nested(max), arrayChain(max, 1), binaryPlistOneString("k", "")})
+    parsed(fine);
+  for (const std::string& bad :
+       {nested(max + 1), nested(100000), nested(50000, "<array><!-- </array> -->"),
+        arrayChain(max + 1, 1), arrayChain(3, 1, true), std::string("bplist00"),
+        arrayChain(48, 2),  // 2^48 nodes once the parser copies what is shared
+        binaryPlistOneString(std::string("CFBundle\0Version", 16), "1")})
+    parsed(bad, false);
+}
+
+// The report is walked in its order, and entries of unexpected types are passed over.
+TEST(DiskImages, ReportWalk) {
+  const velzip::PlistValue report = parsed(infoPlistXml(
+      "<dict><key>images</key><array><string>no image</string>"
+      "<dict><key>image-path</key><integer>1</integer></dict>"
+      "<dict><key>image-path</key><string>/nowhere/o.img</string><key>system-entities</key>"
+      "<array><dict><key>mount-point</key><string>/m/o</string></dict></array></dict>"
+      "<dict><key>image-path</key><string>/nowhere/./a.img</string><key>system-entities</key>"
+      "<array><string>x</string><dict><key>dev-entry</key><string>/dev/loop1</string></dict>"
+      "<dict><key>mount-point</key><integer>2</integer></dict>"
+      "<dict><key>mount-point</key><string>/m/a</string></dict>"
+      "<dict><key>mount-point</key><string>/m/a2</string></dict></array></dict>"
+      "<dict><key>image-path</key><string>/nowhere/b.img</string>"
+      "<key>system-entities</key><string>x</string></dict>"
+      "<dict><key>image-path</key><string>/nowhere/b.img</string><key>system-entities</key>"
+      "<array><dict><key>mount-point</key><string>/m/b</string></dict></array></dict>"
+      "</array></dict>"));
+  auto find = [](const velzip::PlistValue& r, const std::string& image) {
+    std::string point = "<none>";
+    const bool found = velzip::fileutils::findImageMountPoint(r, image, point);
+    return (velzip::fileutils::reportListsImage(r, image) ? "listed " : "") + point +
+           (found ? "" : " not found");
+  };
+  // Paths compare standardised; only the first entry for an image is looked into.
+  EXPECT_EQ(find(report, "/nowhere//a.img/"), "listed /m/a");
+  EXPECT_EQ(find(report, "/nowhere/b.img"), "listed <none> not found");
+  EXPECT_EQ(find(report, "/nowhere/c.img"), "<none> not found");
+  for (const char* odd : {"<array/>", "<dict/>", "<dict><key>images</key><string/></dict>"})
+    EXPECT_EQ(find(parsed(infoPlistXml(odd)), "/nowhere/o.img"), "<none> not found") << odd;
 }

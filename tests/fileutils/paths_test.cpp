@@ -86,6 +86,38 @@ TEST(PathQueries, ExistenceAncestorsVolumesAndNetworkDrives) {
     EXPECT_FALSE(FU::isPathANetworkDrive(local)) << local;
 }
 
+// Scratch file systems under a scratch root, mounted with server-style
+// sources: the source alone decides, and a volume is named by its mount point.
+TEST(PathQueries, VolumeNamesAndNetworkSources) {
+  TempDir dir;
+  VELZIP_RUN_ISOLATED([root = dir / "root"] {
+    mkdir(root.c_str(), 0755);
+    if (mount("scratch", root.c_str(), "tmpfs", 0, nullptr) != 0 ||
+        mkdir((root + "/proc").c_str(), 0755) != 0 ||
+        mount("/proc", (root + "/proc").c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0 ||
+        chroot(root.c_str()) != 0 || chdir("/") != 0)
+      return std::string(kCannotIsolate);
+    // mount point, source, network, volume name
+    const std::tuple<std::string, std::string, bool, std::string> rows[] = {
+        {"/", "", false, "/"},
+        {"/Server Vol", "fileserver:/export", true, "Server Vol"},
+        {"/a/share", "//fileserver/share", false, "share"},
+        {"/a/b/word", "word", false, "word"}};
+    std::string m;
+    for (const auto& [point, source, network, volume] : rows) {
+      std::filesystem::create_directories(point);
+      if (!source.empty() && mount(source.c_str(), point.c_str(), "tmpfs", 0, nullptr) != 0)
+        return std::string(kCannotIsolate);
+      mkdir((point + "/sub").c_str(), 0755);
+      std::string name;
+      for (const std::string& path : {point, point + "/sub", point + "/missing/deeper"})
+        if (!FU::GetVolumeNameOfPath(path, name, nullptr) || name != volume) m += path + " name\n";
+      if (FU::isPathANetworkDrive(point + "/sub") != network) m += point + " network\n";
+    }
+    return m;
+  });
+}
+
 TEST(WellKnownFolders, LocalTableAndTheRunningProgram) {
   EXPECT_EQ(folderFor(FU::kPathTemp, "before"), "/tmp");
   for (int unassigned : {1, 4, 5, 6, 7, 8, 11, 14, 33, -1, 1000})
