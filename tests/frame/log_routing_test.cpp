@@ -12,23 +12,8 @@ using velzip_test::CaptureLogger;
 using velzip_test::captureSink;
 using velzip_test::LogCapture;
 
-namespace {
-
-struct GlobalsGuard {
-  GlobalsGuard() : a(kLogMessageFnPtr), u(ulvoUtilsLogMessageFnPtr), o(ulvoUtilsLogger) {}
-  ~GlobalsGuard() {
-    kLogMessageFnPtr = a;
-    ulvoUtilsLogMessageFnPtr = u;
-    ulvoUtilsLogger = o;
-  }
-  LogMessageFn a, u;
-  void* o;
-};
-
-}  // namespace
-
 TEST(LogRouting, SetLoggerKeepsArchiveSinkOnNullButAlwaysSetsUtilities) {
-  GlobalsGuard guard;
+  LogCapture guard;  // restores the globals
   CaptureLogger object;
   kLogMessageFnPtr = nullptr;
   EXPECT_EQ(velzipSetLogger(reinterpret_cast<void*>(&captureSink), &object), 0);
@@ -64,7 +49,7 @@ TEST(LogRouting, ArchiveRoutingPassesModuleComponentAndTags) {
 }
 
 TEST(LogRouting, UtilityRoutingTakesExactlyOneRouteInOrder) {
-  GlobalsGuard guard;
+  LogCapture guard;  // restores the globals
   CaptureLogger handle, fallback;
   ulvoUtilsLogMessageFnPtr = &captureSink;
   ulvoUtilsLogger = &fallback;
@@ -91,7 +76,7 @@ TEST(LogRouting, UtilityRoutingTakesExactlyOneRouteInOrder) {
 }
 
 TEST(LogRouting, NothingIsFormattedWithoutASink) {
-  GlobalsGuard guard;
+  LogCapture guard;  // restores the globals
   kLogMessageFnPtr = nullptr;
   ulvoUtilsLogMessageFnPtr = nullptr;
   ulvoUtilsLogger = nullptr;
