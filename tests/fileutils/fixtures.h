@@ -24,15 +24,15 @@ using Lines = std::vector<std::string>;
 
 // Builds items under root, parents included: "a/" a folder, "a/f" an empty
 // file, "a/f=text" a file holding text, "a/l->target" a symbolic link.
-inline void make(const std::string& root, const Lines& specs) {
-  for (const std::string& spec : specs) {
-    const size_t link = spec.find("->"), text = spec.find('=');
-    const std::string path = root + "/" + spec.substr(0, link < text ? link : text);
+inline void make(const std::string& root, const Lines& items) {
+  for (const std::string& item : items) {
+    const size_t link = item.find("->"), text = item.find('=');
+    const std::string path = root + "/" + item.substr(0, link < text ? link : text);
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     if (link != std::string::npos) {
-      ASSERT_EQ(symlink(spec.c_str() + link + 2, path.c_str()), 0) << spec;
-    } else if (spec.back() != '/') {
-      writeFile(path, text == std::string::npos ? "" : spec.substr(text + 1));
+      ASSERT_EQ(symlink(item.c_str() + link + 2, path.c_str()), 0) << item;
+    } else if (item.back() != '/') {
+      writeFile(path, text == std::string::npos ? "" : item.substr(text + 1));
     }
   }
 }
