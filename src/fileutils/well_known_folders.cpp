@@ -64,11 +64,50 @@ bool userLogs(std::string& path) {
   return true;
 }
 
+// Values 18 to 30: a folder of the table plus a fixed suffix.
+struct SuffixedFolder {
+  PathType value;
+  bool console;  // the console user's folder, else the local domain's
+  FolderType type;
+  const char* suffix;
+};
+
+constexpr SuffixedFolder kSuffixedFolders[] = {
+    {kPathLocalBrenlo, false, FolderType::kApplicationSupport, "/Brenlo"},
+    {kPathUserBrenlo, true, FolderType::kApplicationSupport, "/Brenlo"},
+    {kPathSharedBrenlo, false, FolderType::kSharedUserData, "/Brenlo"},
+    {kPathLocalUlvo, false, FolderType::kApplicationSupport, "/Brenlo/Ulvo"},
+    {kPathUserUlvo, true, FolderType::kApplicationSupport, "/Brenlo/Ulvo"},
+    {kPathSharedUlvo, false, FolderType::kSharedUserData, "/Brenlo/Ulvo"},
+    {kPathWendarUtilities, false, FolderType::kUtilities, "/Brenlo Wendar/"},
+    {kPathLocalSorvel, false, FolderType::kApplicationSupport, "/Brenlo/Ulvo/Sorvel"},
+    {kPathUserSorvel, true, FolderType::kApplicationSupport, "/Brenlo/Ulvo/Sorvel"},
+    {kPathWendarRefs, false, FolderType::kApplicationSupport, "/Brenlo/BrenloWendar/WendarRefs"},
+    {kPathTesselRefs, false, FolderType::kApplicationSupport, "/Brenlo/TesselRefs"},
+    {kPathBrenloTessel, false, FolderType::kApplicationSupport, "/Brenlo/Brenlo Tessel"},
+    {kPathMarluneUtilities, false, FolderType::kUtilities, "/Brenlo Marlune/"},
+};
+
+const SuffixedFolder* suffixedFolder(PathType type) {
+  for (const SuffixedFolder& folder : kSuffixedFolders)
+    if (folder.value == type) return &folder;
+  return nullptr;
+}
+
 }  // namespace
 
 bool GetDirectoryPath(PathType type, std::string& path, void* /*logger*/) {
   // Failed lookups under 10 to 30 still succeed: the suffixes then go onto
   // whatever path held, as callers have come to expect.
+  if (const SuffixedFolder* folder = suffixedFolder(type)) {
+    if (folder->console) {
+      lookupConsole(folder->type, path);
+    } else {
+      lookup(FolderDomain::kLocal, folder->type, path);
+    }
+    path += folder->suffix;
+    return true;
+  }
   switch (type) {
     case kPathLocalApplications:
       return lookup(FolderDomain::kLocal, FolderType::kApplications, path);
@@ -101,70 +140,12 @@ bool GetDirectoryPath(PathType type, std::string& path, void* /*logger*/) {
       if (runningProgramPath(program)) path = withoutLastComponent(program);
       return true;
     }
-    case kPathLocalBrenlo:
-      lookup(FolderDomain::kLocal, FolderType::kApplicationSupport, path);
-      path += "/Brenlo";
-      return true;
-    case kPathUserBrenlo:
-      lookupConsole(FolderType::kApplicationSupport, path);
-      path += "/Brenlo";
-      return true;
-    case kPathSharedBrenlo:
-      lookup(FolderDomain::kLocal, FolderType::kSharedUserData, path);
-      path += "/Brenlo";
-      return true;
-    case kPathLocalUlvo:
-      lookup(FolderDomain::kLocal, FolderType::kApplicationSupport, path);
-      path += "/Brenlo";
-      path += "/Ulvo";
-      return true;
-    case kPathUserUlvo:
-      lookupConsole(FolderType::kApplicationSupport, path);
-      path += "/Brenlo";
-      path += "/Ulvo";
-      return true;
-    case kPathSharedUlvo:
-      lookup(FolderDomain::kLocal, FolderType::kSharedUserData, path);
-      path += "/Brenlo";
-      path += "/Ulvo";
-      return true;
-    case kPathWendarUtilities:
-      lookup(FolderDomain::kLocal, FolderType::kUtilities, path);
-      path += "/Brenlo Wendar/";
-      return true;
-    case kPathLocalSorvel:
-      lookup(FolderDomain::kLocal, FolderType::kApplicationSupport, path);
-      path += "/Brenlo";
-      path += "/Ulvo/Sorvel";
-      return true;
-    case kPathUserSorvel:
-      lookupConsole(FolderType::kApplicationSupport, path);
-      path += "/Brenlo";
-      path += "/Ulvo/Sorvel";
-      return true;
-    case kPathWendarRefs:
-      lookup(FolderDomain::kLocal, FolderType::kApplicationSupport, path);
-      path += "/Brenlo";
-      path += "/BrenloWendar/WendarRefs";
-      return true;
-    case kPathTesselRefs:
-      lookup(FolderDomain::kLocal, FolderType::kApplicationSupport, path);
-      path += "/Brenlo";
-      path += "/TesselRefs";
-      return true;
-    case kPathBrenloTessel:
-      lookup(FolderDomain::kLocal, FolderType::kApplicationSupport, path);
-      path += "/Brenlo";
-      path += "/Brenlo Tessel";
-      return true;
-    case kPathMarluneUtilities:
-      lookup(FolderDomain::kLocal, FolderType::kUtilities, path);
-      path += "/Brenlo Marlune/";
-      return true;
     case kPathLocalPreferences:
       return lookup(FolderDomain::kLocal, FolderType::kPreferences, path);
     case kPathUserLogs:
       return userLogs(path);
+    default:  // unassigned values; 18 to 30 are handled above
+      break;
   }
   return false;
 }
