@@ -1,11 +1,14 @@
 // velzip: the format-0 archive reader, for ordinary zip archives.
 //
-// Entries are visited in archive order. Regular files (stored or deflated)
-// are written chunk by chunk as the zip layer decodes them, so an interrupted
-// entry leaves what was written so far; folders are made with 0775;
-// "__MACOSX/.../._name" companions are unpacked onto their file; symbolic
-// links are made last, in byte order of their paths, by unzipTo. Entries
-// naming a ".." component are refused. Failures return false.
+// Entries are visited in archive order. Each regular file is written into a
+// new, unnamed file in its folder, and replaces what stood at its name only
+// once its size and CRC-32 are right: a failure or an interruption leaves
+// the old file untouched. Nothing is written outside the destination: ".."
+// components are refused and links on the way may not lead outside.
+// "__MACOSX/.../._name" companions are unpacked onto their file. unzipTo
+// makes symbolic links last, in byte order of their paths, then gives
+// folders their modes and times, deepest first. Failures return false and
+// log a line that names the file and the reason.
 #ifndef VELZIP_UNZIPHANDLER_H
 #define VELZIP_UNZIPHANDLER_H
 
@@ -43,6 +46,9 @@ class VELZIP_API UnzipHandler {
   void setFileOpenOption(bool option);
   // Borrowed, not copied: keep it alive while extracting.
   void setUnzipPassword(const char* password);
+  // Restore set-user-ID and set-group-ID bits from the archive (default
+  // false: only the permission bits and the sticky bit are applied).
+  void setKeepSetIdBits(bool keep);
   // A null fn keeps the current callback; userData is stored either way.
   void setCallback(ZLibCallback fn, void* userData);
   // Only an existing folder is accepted.
@@ -67,8 +73,9 @@ class VELZIP_API UnzipHandler {
   bool unzipFile(const char* destFolder, bool junkPaths, unsigned long mode);
   bool unzipFile(int index, const char* destFolder, bool junkPaths, unsigned long mode);
   bool createFilePath(const char* path);
-  // Modification times are not restored: does nothing.
-  bool setFileModTime(const char* path, unsigned long time);
+  // Sets path's modification time (not following a final link) from a DOS
+  // date and time as UZ_FileInfo.dosDate holds them, read as local time.
+  bool setFileModTime(const char* path, unsigned long dosDate);
 
   // Makes path and its missing parents, mode 0775, retrying each mkdir.
   bool createFolder(const char* path);

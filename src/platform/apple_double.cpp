@@ -158,19 +158,18 @@ int appleDoubleCollect(const char* sourcePath, AppleDoubleContents& out) {
   return 0;
 }
 
-int appleDoubleApply(const AppleDoubleContents& contents, const char* targetPath) {
-  if (targetPath == nullptr) {
-    errno = EINVAL;
-    return -1;
-  }
-  struct stat st;
-  if (::lstat(targetPath, &st) != 0) return -1;
+namespace {
 
+// setxattr(2) or lsetxattr(2): the one difference between the two ways of
+// naming the target.
+using SetAttribute = int (*)(const char*, const char*, const void*, size_t, int);
+
+int applyWith(const AppleDoubleContents& contents, const char* targetPath, SetAttribute setter) {
   int firstError = 0;
   auto set = [&](const char* name, const void* value, size_t size) {
     std::string full = kUserPrefix;
     full += name;
-    if (::lsetxattr(targetPath, full.c_str(), value, size, 0) != 0 && firstError == 0) {
+    if (setter(targetPath, full.c_str(), value, size, 0) != 0 && firstError == 0) {
       firstError = errno;
     }
   };
@@ -191,6 +190,24 @@ int appleDoubleApply(const AppleDoubleContents& contents, const char* targetPath
     return -1;
   }
   return 0;
+}
+
+}  // namespace
+
+int appleDoubleApply(const AppleDoubleContents& contents, const char* targetPath) {
+  if (targetPath == nullptr) {
+    errno = EINVAL;
+    return -1;
+  }
+  struct stat st;
+  if (::lstat(targetPath, &st) != 0) return -1;
+  return applyWith(contents, targetPath, ::lsetxattr);
+}
+
+int appleDoubleApplyFd(const AppleDoubleContents& contents, int fd) {
+  // The descriptor's /proc link leads to exactly the item it holds.
+  const std::string path = "/proc/self/fd/" + std::to_string(fd);
+  return applyWith(contents, path.c_str(), ::setxattr);
 }
 
 int appleDoublePackFd(const char* sourcePath, int fd) {

@@ -69,6 +69,8 @@ int appleDoubleCollect(const char* sourcePath, AppleDoubleContents& out);
 // Sets contents onto targetPath (not following a final link). Non-zero on
 // failure; everything that can be set is set.
 int appleDoubleApply(const AppleDoubleContents& contents, const char* targetPath);
+// Same, onto exactly the item a descriptor holds (O_PATH descriptors too).
+int appleDoubleApplyFd(const AppleDoubleContents& contents, int fd);
 
 }  // namespace velzip
 

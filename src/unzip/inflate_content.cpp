@@ -1,22 +1,28 @@
-#include "unzip/inflate_content.h"
-
 #include <memory>
+
+#include "unzip/content.h"
 
 namespace velzip {
 namespace {
 
-constexpr unsigned kReadChunk = 65536;
+constexpr size_t kChunk = 65536;
 
 }  // namespace
 
-ContentOutcome writeInflatedContent(ReaderCore& core, FILE* out, const char* /*path*/) {
+ContentOutcome copyContent(EntryStream& in, ContentTarget& out) {
   // On the heap: readers run on host threads with unknown stack sizes.
-  const auto chunk = std::make_unique<char[]>(kReadChunk);
+  const auto chunk = std::make_unique<uint8_t[]>(kChunk);
+  using Result = ContentOutcome::Result;
   for (;;) {
-    const int got = core.readEntry(chunk.get(), kReadChunk);
-    if (got <= 0) return {true, got};
-    if (std::fwrite(chunk.get(), static_cast<size_t>(got), 1, out) != 1) return {true, -1};
-    if (core.reportData(static_cast<uint32_t>(got)) != kZLibContinue) return {true, -1};
+    const ssize_t got = in.read(chunk.get(), kChunk);
+    if (got == 0) return {};
+    if (got < 0) return ContentOutcome::failed(Result::kFailed, in.why());
+    std::string why;
+    if (!out.write(chunk.get(), static_cast<size_t>(got), why)) {
+      return ContentOutcome::failed(Result::kFailed, why);
+    }
+    if (!out.report(static_cast<uint64_t>(got)))
+      return ContentOutcome::failed(Result::kAborted, "");
   }
 }
 

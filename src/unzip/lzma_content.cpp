@@ -1,121 +1,121 @@
-#include "unzip/lzma_content.h"
+#include <lzma.h>
 
-#include <sys/mman.h>
+#include <algorithm>
+#include <memory>
 
-#include <climits>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-#include <vector>
-
-#include "frame/handles.h"
-#include "velzip/StringUtils.h"
-#include "velzip/VelLzmaHelper.h"
+#include "lzma/lzma2_codec.h"
+#include "unzip/content.h"
 
 namespace velzip {
 namespace {
 
-constexpr unsigned long kSlack = 65536;
-constexpr unsigned kReadChunk = 65536;
-constexpr size_t kHugePage = 2u << 20;
+using Result = ContentOutcome::Result;
 
-// The buffer an entry is decoded into. Large ones are mapped on huge-page
-// boundaries: a fresh buffer is written once from end to end, and faulting
-// it in 4 KiB pages costs about a tenth of the decoding time.
-class DecodeBuffer {
+constexpr size_t kReadChunk = 65536;
+constexpr size_t kWriteChunk = 1 << 20;
+
+class RawDecoder {
  public:
-  explicit DecodeBuffer(unsigned long size) {
-    if (size < 2 * kHugePage) {
-      heap_.reset(static_cast<char*>(std::malloc(size)));
-      data_ = heap_.get();
-      return;
-    }
-    if (size > SIZE_MAX - kHugePage) return;
-    mappedSize_ = size + kHugePage;
-    void* map =
-        mmap(nullptr, mappedSize_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (map == MAP_FAILED) return;
-    mapped_ = static_cast<char*>(map);
-    const uintptr_t aligned =
-        (reinterpret_cast<uintptr_t>(mapped_) + kHugePage - 1) & ~(uintptr_t{kHugePage} - 1);
-    data_ = reinterpret_cast<char*>(aligned);
-    madvise(data_, size, MADV_HUGEPAGE);  // only a hint
-  }
-  ~DecodeBuffer() {
-    if (mapped_ != nullptr) munmap(mapped_, mappedSize_);
-  }
-  DecodeBuffer(const DecodeBuffer&) = delete;
-  DecodeBuffer& operator=(const DecodeBuffer&) = delete;
-
-  char* get() const { return data_; }
+  ~RawDecoder() { lzma_end(&strm_); }
+  lzma_stream* get() { return &strm_; }
 
  private:
-  UniqueBuffer heap_;
-  char* mapped_ = nullptr;
-  size_t mappedSize_ = 0;
-  char* data_ = nullptr;
+  lzma_stream strm_ = LZMA_STREAM_INIT;
 };
+
+// Never more history than the file can reach back into: a small file needs
+// a small dictionary whatever its property byte announces.
+uint32_t historySize(uint64_t announced, uint64_t size) {
+  const uint64_t dict = std::min<uint64_t>(announced, std::max<uint64_t>(size, LZMA_DICT_SIZE_MIN));
+  return static_cast<uint32_t>(std::max<uint64_t>(dict, LZMA_DICT_SIZE_MIN));
+}
 
 }  // namespace
 
-ContentOutcome writeLzmaContent(ReaderCore& core, FILE* out, const char* path) {
-  unzFile zip = core.zip();
-  const int extraLen = unzGetLocalExtrafield(zip, nullptr, 0);
-  if (extraLen < 1) {
-    core.log(kLogLevelError, "Failed to get extra local size for file %s", path);
-    return {false, 0};
+bool parseSizeText(const std::string& extra, uint64_t& size) {
+  const size_t end = std::min(extra.find('\0'), extra.size());
+  if (end == 0) return false;
+  uint64_t value = 0;
+  for (size_t i = 0; i < end; ++i) {
+    const char c = extra[i];
+    if (c < '0' || c > '9') return false;
+    const uint64_t digit = static_cast<uint64_t>(c - '0');
+    if (value > (UINT64_MAX - digit) / 10) return false;
+    value = value * 10 + digit;
   }
-  std::vector<char> extra(static_cast<size_t>(extraLen) + 1, '\0');
-  unzGetLocalExtrafield(zip, extra.data(), static_cast<unsigned>(extraLen));
-  extra[static_cast<size_t>(extraLen)] = '\0';
-  const long long size = StringUtils::UTF8ToLong(std::string(extra.data()), nullptr);
+  size = value;
+  return true;
+}
 
-  // The size comes from the archive: one that cannot be allocated fails the
-  // entry like any other bad payload.
-  if (size < 0 || static_cast<unsigned long long>(size) > ULONG_MAX - kSlack) return {false, 0};
-  const unsigned long capacity = static_cast<unsigned long>(size) + kSlack;
-  DecodeBuffer buffer(capacity);
-  if (buffer.get() == nullptr) return {false, 0};
+ContentOutcome decodeLzmaContent(EntryStream& in, ContentTarget& out) {
+  if (in.localExtra().empty()) return ContentOutcome::failed(Result::kNoSizeText, "no size text");
+  uint64_t size = 0;
+  if (!parseSizeText(in.localExtra(), size)) {
+    return ContentOutcome::failed(Result::kNotStarted, "the size text is not a number");
+  }
+  uint8_t prop = 0;
+  const ssize_t got = in.read(&prop, 1);
+  if (got != 1) {
+    return ContentOutcome::failed(Result::kNotStarted,
+                                  got < 0 ? in.why() : "the payload has no property byte");
+  }
 
-  char props = 0;
-  if (core.readEntry(&props, 1) != 1) return {false, 0};
-  Vel::VelLzmaHelper decoder;
-  if (!decoder.initDecoder(&props, buffer.get(), capacity)) return {false, 0};
-
-  std::vector<char> chunk(kReadChunk);
-  unsigned long produced = 0;
-  unsigned long reported = 0;
-  int error = 0;
+  const auto input = std::make_unique<uint8_t[]>(kReadChunk);
+  const auto output = std::make_unique<uint8_t[]>(kWriteChunk);
+  const uint64_t announced = dictSizeFromProp(prop);
+  if (announced == 0) return ContentOutcome::failed(Result::kFailed, "invalid LZMA2 property byte");
+  RawDecoder decoder;
+  lzma_options_lzma opt{};
+  opt.dict_size = historySize(announced, size);
+  lzma_filter filters[] = {{LZMA_FILTER_LZMA2, &opt}, {LZMA_VLI_UNKNOWN, nullptr}};
+  if (lzma_raw_decoder(decoder.get(), filters) != LZMA_OK) {
+    return ContentOutcome::failed(Result::kFailed, "cannot start the LZMA2 decoder");
+  }
+  lzma_stream* strm = decoder.get();
+  uint64_t produced = 0;
+  bool ended = false;
   for (;;) {
-    const int got = core.readEntry(chunk.data(), kReadChunk);
-    if (got == 0) {
-      // A stream cut short decodes without complaint; only the size tells.
-      if (produced != static_cast<unsigned long>(size)) {
-        error = kDecodeError;
-      } else if (produced > 0 && std::fwrite(buffer.get(), produced, 1, out) != 1) {
-        error = -1;
+    const ssize_t n = in.read(input.get(), kReadChunk);
+    if (n < 0) return ContentOutcome::failed(Result::kFailed, in.why());
+    if (n == 0) break;
+    if (ended) return ContentOutcome::failed(Result::kFailed, "data after the payload's end");
+    const uint64_t before = produced;
+    strm->next_in = input.get();
+    strm->avail_in = static_cast<size_t>(n);
+    // Until the chunk is used up and the decoder holds nothing back.
+    do {
+      strm->next_out = output.get();
+      strm->avail_out = kWriteChunk;
+      const lzma_ret ret = lzma_code(strm, LZMA_RUN);
+      const size_t made = kWriteChunk - strm->avail_out;
+      produced += made;
+      // Checked first: a size text that is too small also starves the
+      // decoder of history, which then looks like damage.
+      if (produced > size) {
+        return ContentOutcome::failed(Result::kFailed, "the payload holds more than its size text");
       }
-      break;
+      if (ret == LZMA_STREAM_END) {
+        ended = true;
+      } else if (ret != LZMA_OK) {
+        return ContentOutcome::failed(Result::kFailed, "damaged LZMA2 payload");
+      }
+      std::string why;
+      if (made > 0 && !out.write(output.get(), made, why)) {
+        return ContentOutcome::failed(Result::kFailed, why);
+      }
+    } while (!ended && (strm->avail_in > 0 || strm->avail_out == 0));
+    if (strm->avail_in > 0) {
+      return ContentOutcome::failed(Result::kFailed, "data after the payload's end");
     }
-    if (got < 0) {
-      error = got;
-      break;
-    }
-    if (decoder.decodeLZMA2(chunk.data(), static_cast<unsigned long>(got), capacity, produced) !=
-        0) {
-      error = kDecodeError;
-      break;
-    }
-    const unsigned long grown = produced - reported;
-    reported = produced;
-    if (core.reportData(grown > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(grown)) !=
-        kZLibContinue) {
-      error = -1;
-      break;
-    }
+    if (!out.report(produced - before)) return ContentOutcome::failed(Result::kAborted, "");
   }
-  decoder.exitDecoder();
-  return {true, error};
+  // A stream cut short decodes without complaint; only the end mark tells.
+  if (!ended || produced != size) {
+    return ContentOutcome::failed(Result::kFailed, "the payload ends after " +
+                                                       std::to_string(produced) + " of " +
+                                                       std::to_string(size) + " bytes");
+  }
+  return {};
 }
 
 }  // namespace velzip

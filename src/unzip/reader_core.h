@@ -1,27 +1,32 @@
-// What the format-1 and format-0 readers share: the archive handle,
-// navigation, entry records, folder creation with retries, companions,
-// deferred links and path safety. The two readers differ only in how a
-// regular entry's bytes are produced and where their log lines go, which a
-// ReaderTraits value supplies.
+// What the format-1 and format-0 readers share: the archive, navigation,
+// entry records, extraction below a destination, companions, and the
+// closing pass that makes links and gives folders their modes and times.
+// The two readers differ only in how a regular entry's bytes become content
+// and where their log lines go, which a ReaderTraits value supplies.
+//
+// Every file is written under no name in its folder and published over its
+// name only once its data is complete and checked, so that a failure leaves
+// whatever stood there untouched.
 #ifndef VELZIP_UNZIP_READER_CORE_H
 #define VELZIP_UNZIP_READER_CORE_H
 
 #include <minizip/unzip.h>
 
 #include <cstdint>
-#include <cstdio>
 #include <map>
 #include <string>
+#include <vector>
 
-#include "frame/bounded.h"
 #include "frame/log_emit.h"
 #include "frame/progress.h"
-#include "unzip/entry_reader.h"
+#include "unzip/archive_file.h"
+#include "unzip/content.h"
+#include "unzip/destination.h"
+#include "unzip/entry_attributes.h"
+#include "unzip/entry_stream.h"
 #include "velzip/UZ_FileInfo.h"
 
 namespace velzip {
-
-class ReaderCore;
 
 constexpr unsigned long kKeepEntryMode = 0xFFFFFFFFul;
 constexpr size_t kOutputFolderSize = 1025;
@@ -30,17 +35,6 @@ enum class LogRouting {
   kArchive,  // kLogMessageFnPtr, module "VELZIP"
   kUtility,  // the handle from setLogger, then the utilities' sinks
 };
-
-// How writing a regular entry ended. reachedData false means it failed
-// before any data was handled: no mode, no final callback.
-struct ContentOutcome {
-  bool reachedData;
-  int error;  // 0, -1 (write failure or abort), -103 (decode error) or the zip layer's code
-};
-
-// Writes the current entry, already opened, to out: reads through
-// core.readEntry() and reports each chunk through core.reportData().
-using ContentWriter = ContentOutcome (*)(ReaderCore& core, FILE* out, const char* path);
 
 struct ReaderTraits {
   const char* component;
@@ -65,6 +59,7 @@ class ReaderCore {
   void setFileOpenOption(bool option) { fileOpenOption_ = option; }
   void setUnzipPassword(const char* password) { password_ = password; }
   void setCallback(ZLibCallback fn, void* userData) { progress_.set(fn, userData); }
+  void setKeepSetIdBits(bool keep) { keepSetId_ = keep; }
   bool setOutputFolder(const char* folder);
 
   unsigned long getFileCount();
@@ -79,35 +74,47 @@ class ReaderCore {
   bool unzipFile(const char* destFolder, bool junkPaths, unsigned long mode);
   bool unzipFile(int index, const char* destFolder, bool junkPaths, unsigned long mode);
   bool createFilePath(const char* path);
+  bool setFileModTime(const char* path, unsigned long dosDate);
 
   bool createFolder(const char* path);
   bool unzipTo(const char* destFolder, bool junkPaths, unsigned long mode);
   bool unzip(bool junkPaths);
   bool unzip(const char* zipPath, const char* destFolder, bool junkPaths, unsigned long mode);
 
-  // The current entry's data; every reader path goes through these three,
-  // so that how entries are opened (passwords) lives in one place. An open
-  // entry is always closed through closeEntry before the archive handle.
-  int openEntry();
-  int readEntry(void* buffer, unsigned size);  // like unzReadCurrentFile
-  int closeEntry();
+  // The current entry's full record; false with a reason.
+  bool currentRecord(ZipEntryRecord& rec, std::string& why) const;
+  const ArchiveFile& archive() const { return archive_; }
+  const char* outputFolder() const { return outputFolder_; }
 
-  // For content writers.
-  unzFile zip() const { return zip_; }
-  // A state-2 report; isDirectory keeps whatever the entry's start set.
-  ZLibCallbackAction reportData(uint32_t bytes) {
-    return progress_.report(kZLibStateEntryData, bytes, nullptr, nullptr,
-                            progress_.data().isDirectory);
-  }
+ private:
+  // An entry ready to be extracted.
+  struct Entry {
+    ZipEntryRecord rec;
+    EntryType type = EntryType::kFile;
+    std::string rel;              // below the destination
+    std::string path;             // the destination's path joined with rel
+    std::string name;             // what the callback is told
+    uint32_t mode = 0;            // to apply; kNoMode for none
+    bool modeGiven = false;       // the caller's override, not the entry's own
+    bool strayCompanion = false;  // a file under "__MACOSX/" that names no file
+  };
+  // A symbolic link made in the closing pass.
+  struct PendingLink {
+    DeferredLink link;
+    std::string rel;
+    int64_t modTime = 0;
+  };
+  // A folder whose mode and time wait for its contents.
+  struct PendingFolder {
+    std::string rel;
+    uint32_t mode = 0;
+    int64_t modTime = 0;
+  };
+
   template <class... Args>
   void log(int32_t level, const char* format, Args... args) const {
     logTagged(level, "", format, args...);
   }
-
-  const char* outputFolder() const { return outputFolder_; }
-  const std::map<std::string, DeferredLink>& deferredLinks() const { return links_; }
-
- private:
   template <class... Args>
   void logTagged(int32_t level, const char* tag2, const char* format, Args... args) const {
     if (traits_.routing == LogRouting::kArchive) {
@@ -119,22 +126,36 @@ class ReaderCore {
 
   void closeHandle();
   bool positionOn(int index);
+  unsigned long currentIndex() const;
   bool fillInfo(UZ_FileInfo& info, uint64_t* fullUncompressedSize);
-  bool recordLink(const char* path, const std::string& entryName, uint32_t mode);
-  bool extractData(const char* entryPath, const std::string& entryName, const char* destFolder,
-                   uint32_t mode, bool isDirectory);
-  void makeDeferredLinks();
+
+  bool openDestination(const char* folder);
+  bool planEntry(const char* folder, bool junkPaths, unsigned long mode, Entry& entry);
+  bool openEntryLogged(const Entry& entry, EntryStream& in);
+  bool extractLink(Entry& entry);
+  bool extractFolder(const Entry& entry);
+  bool extractFile(const Entry& entry);
+  bool extractCompanion(const Entry& entry);
+  bool stageContent(const Entry& entry, EntryStream& in, int fd, ContentOutcome& outcome);
+  bool finishPass();
+  bool makeLink(const std::string& key, const PendingLink& link);
+  void applyFolder(const PendingFolder& folder);
 
   ReaderTraits traits_;
   unzFile zip_ = nullptr;
+  ArchiveFile archive_;
   unsigned long long unzipSize_ = 0;  // never cleared, not even by openZip
   Progress progress_;
   char outputFolder_[kOutputFolderSize] = {};
   const char* password_ = nullptr;
   void* logger_ = nullptr;
   bool fileOpenOption_ = false;
-  std::map<std::string, DeferredLink> links_;
-  EntryReader entry_;
+  bool keepSetId_ = false;
+  uint32_t umask_ = 022;
+  Destination dest_;
+  bool wholeArchive_ = false;  // inside unzipTo: folders and links wait for the end
+  std::map<std::string, PendingLink> links_;
+  std::vector<PendingFolder> folders_;
 };
 
 }  // namespace velzip

@@ -1,11 +1,10 @@
-#include "unzip/inflate_content.h"
 #include "unzip/reader_core.h"
 #include "velzip/UnzipHandler.h"
 
 namespace {
 
 const velzip::ReaderTraits kTraits = {"UnzipHandler", velzip::LogRouting::kUtility,
-                                      velzip::writeInflatedContent};
+                                      velzip::copyContent};
 
 }  // namespace
 
@@ -77,8 +76,11 @@ bool UnzipHandler::unzipFile(int index, const char* destFolder, bool junkPaths,
 bool UnzipHandler::createFilePath(const char* path) {
   return core_->createFilePath(path);
 }
-bool UnzipHandler::setFileModTime(const char*, unsigned long) {
-  return true;
+bool UnzipHandler::setFileModTime(const char* path, unsigned long dosDate) {
+  return core_->setFileModTime(path, dosDate);
+}
+void UnzipHandler::setKeepSetIdBits(bool keep) {
+  core_->setKeepSetIdBits(keep);
 }
 
 bool UnzipHandler::createFolder(const char* path) {

@@ -1,4 +1,3 @@
-#include "unzip/lzma_content.h"
 #include "unzip/reader_core.h"
 #include "velzip/VelUnzipHandler.h"
 
@@ -6,7 +5,7 @@ namespace Vel {
 namespace {
 
 const velzip::ReaderTraits kTraits = {"VelUnzipHandler", velzip::LogRouting::kArchive,
-                                      velzip::writeLzmaContent};
+                                      velzip::decodeLzmaContent};
 
 }  // namespace
 
@@ -78,8 +77,11 @@ bool VelUnzipHandler::unzipFile(int index, const char* destFolder, bool junkPath
 bool VelUnzipHandler::createFilePath(const char* path) {
   return core_->createFilePath(path);
 }
-bool VelUnzipHandler::setFileModTime(const char*, unsigned long) {
-  return true;
+bool VelUnzipHandler::setFileModTime(const char* path, unsigned long dosDate) {
+  return core_->setFileModTime(path, dosDate);
+}
+void VelUnzipHandler::setKeepSetIdBits(bool keep) {
+  core_->setKeepSetIdBits(keep);
 }
 
 bool VelUnzipHandler::createFolder(const char* path) {

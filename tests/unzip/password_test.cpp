@@ -1,6 +1,6 @@
 // Entries under the traditional PKWARE cipher, from zip and 7zz (format 0) and
-// made here (format 1), through both readers and EntryReader itself.
-#include "unzip/entry_reader.h"
+// made here (format 1), through both readers and EntryStream itself.
+#include "unzip/entry_stream.h"
 #include "unzip/fixtures.h"
 
 using namespace velzip_test;
@@ -10,16 +10,28 @@ namespace {
 const char kPassword[] = "pa55 word";
 const char kOpenFailure[] = "Failed to unzOpenCurrentFilePassword: ";
 
-// EntryReader's open, last read and close codes for the first entry.
-std::array<int, 3> codes(const std::string& archive, const char* password, unsigned chunk) {
+// How EntryStream fares on the first entry: whether it opened, the last
+// read's result and the reason it gave.
+struct Outcome {
+  bool opened;
+  ssize_t last;
+  std::string why;
+};
+Outcome readFirst(const std::string& archive, const char* password, unsigned chunk) {
   unzFile uf = unzOpen64(archive.c_str());
-  velzip::EntryReader reader;
-  std::vector<char> buf(chunk);
-  std::array<int, 3> rc = {unzGoToFirstFile(uf) == UNZ_OK ? reader.open(uf, password) : -1, 0, 0};
-  while (rc[0] == UNZ_OK && (rc[1] = reader.read(buf.data(), chunk)) > 0) continue;
-  if (rc[0] == UNZ_OK) rc[2] = reader.close();
+  velzip::ArchiveFile file;
+  velzip::ZipEntryRecord rec;
+  std::string why;
+  EXPECT_TRUE(file.open(archive.c_str()) && unzGoToFirstFile(uf) == UNZ_OK &&
+              file.readCentral(unzGetOffset64(uf), rec, why))
+      << why;
   unzClose(uf);
-  return rc;
+  velzip::EntryStream in;
+  std::vector<char> buf(chunk);
+  Outcome o{in.open(file, rec, password), 0, ""};
+  while (o.opened && (o.last = in.read(buf.data(), chunk)) > 0) continue;
+  o.why = in.why();
+  return o;
 }
 
 class Passwords : public ::testing::Test {
@@ -102,13 +114,14 @@ TEST_F(Passwords, WrongMissingOrDamagedFail) {
         // A failed entry leaves the archive usable.
         EXPECT_TRUE(password != kPassword || r.unzipFile(3, out.c_str(), false, kKeep));
       });
-      EXPECT_TRUE(exists(out + "/a_multi.txt"));
-      EXPECT_FALSE(readFile(out + "/a_multi.txt") == files_[0].second);
+      // Nothing of a failed entry is left, not even an empty file.
+      EXPECT_FALSE(exists(out + "/a_multi.txt"));
       return countLines(logs, 50, kOpenFailure);
     };
     ASSERT_EQ(attempt(nullptr), 1u);
     EXPECT_EQ(logs.lines().size(), 1u);
-    EXPECT_EQ(logs.lines()[0].text, kOpenFailure + t_ / std::to_string(n - 1) + "/a_multi.txt");
+    EXPECT_EQ(logs.lines()[0].text,
+              kOpenFailure + t_ / std::to_string(n - 1) + "/a_multi.txt: encrypted; no password");
     EXPECT_EQ(logs.lines()[0].module, format == 1 ? "VELZIP" : "UlvoUtils");
     // The header check is one byte, so now and then a wrong password passes
     // it; the data's CRC then fails the entry.
@@ -126,16 +139,20 @@ TEST_F(Passwords, WrongMissingOrDamagedFail) {
                         256 * static_cast<unsigned char>(bytes[29]) + 12;
     flipByte(archive, data + 30000, 0x5A);
     EXPECT_EQ(attempt(kPassword), 0u);
-    if (archive == t_ / "zs.zip") {  // the CRC tells, at the end and on closing
-      EXPECT_EQ(codes(archive, kPassword, 65536),
-                (std::array<int, 3>{0, UNZ_CRCERROR, UNZ_CRCERROR}));
+    if (archive == t_ / "zs.zip") {  // stored: only the CRC tells
+      const Outcome o = readFirst(archive, kPassword, 65536);
+      EXPECT_TRUE(o.opened);
+      EXPECT_EQ(o.last, -1);
+      EXPECT_EQ(o.why, "CRC-32 mismatch");
     }
     flipByte(archive, data + 30000, 0x5A);
   }
 
   // AES entries are refused, not misread.
   make("aes.zip", "7zz a -tzip -mem=AES256 -p'" + std::string(kPassword) + "'");
-  EXPECT_EQ(codes(t_ / "aes.zip", kPassword, 65536), (std::array<int, 3>{UNZ_PARAMERROR, 0, 0}));
+  const Outcome aes = readFirst(t_ / "aes.zip", kPassword, 65536);
+  EXPECT_FALSE(aes.opened);
+  EXPECT_EQ(aes.why, "AES encryption is not supported");
 
   // A central directory that records fewer stored bytes than the deflate
   // stream needs (zip's local headers carry no sizes, so nothing else tells).
@@ -146,28 +163,35 @@ TEST_F(Passwords, WrongMissingOrDamagedFail) {
   for (int i = 0; i < 4; ++i) bytes[at + i] = static_cast<char>((size / 2) >> (8 * i));
   writeFile(t_ / "zd.zip", bytes);
   for (unsigned chunk : {65536u, 1u}) {
-    EXPECT_EQ(codes(t_ / "zd.zip", kPassword, chunk), (std::array<int, 3>{0, Z_DATA_ERROR, 0}));
+    const Outcome o = readFirst(t_ / "zd.zip", kPassword, chunk);
+    EXPECT_TRUE(o.opened);
+    EXPECT_EQ(o.last, -1);
+    EXPECT_EQ(o.why, "the deflate data is cut short");
   }
 }
 
-TEST_F(Passwords, EntryReaderLifecycleFollowsTheZipLayer) {
-  unzFile uf = unzOpen64(zip("zd.zip").c_str());
+TEST_F(Passwords, EntryStreamCanBeReopenedAndClosed) {
+  const std::string archive = zip("zd.zip");
+  unzFile uf = unzOpen64(archive.c_str());
+  velzip::ArchiveFile file;
+  ASSERT_TRUE(file.open(archive.c_str()));
+  velzip::EntryStream in;
   char buf[64];
-  {
-    velzip::EntryReader reader;
-    // Opening again resets what the entry open before left.
-    for (const char* name : {"a_multi.txt", "b_small.txt"}) {
-      ASSERT_EQ(UNZ_OK, unzLocateFile(uf, name, 1));
-      ASSERT_EQ(UNZ_OK, reader.open(uf, kPassword));
-      EXPECT_GT(reader.read(buf, sizeof buf), 0);
-    }
-    EXPECT_EQ(files_[1].second, std::string(buf, files_[1].second.size()));
-    EXPECT_EQ(0, reader.read(buf, sizeof buf));
-    EXPECT_EQ(UNZ_OK, reader.close());
-    EXPECT_EQ(UNZ_PARAMERROR, reader.close());
-    ASSERT_EQ(UNZ_OK, reader.open(uf, kPassword));
+  std::string why;
+  // Opening again starts over on the new entry.
+  for (const char* name : {"a_multi.txt", "b_small.txt"}) {
+    velzip::ZipEntryRecord rec;
+    ASSERT_EQ(UNZ_OK, unzLocateFile(uf, name, 1));
+    ASSERT_TRUE(file.readCentral(unzGetOffset64(uf), rec, why)) << why;
+    ASSERT_TRUE(in.open(file, rec, kPassword)) << in.why();
+    EXPECT_GT(in.read(buf, sizeof buf), 0);
   }
-  EXPECT_EQ(UNZ_PARAMERROR, unzCloseCurrentFile(uf)) << "destruction closed the entry";
+  EXPECT_EQ(files_[1].second, std::string(buf, files_[1].second.size()));
+  EXPECT_EQ(0, in.read(buf, sizeof buf));
+  EXPECT_EQ(0, in.read(buf, sizeof buf)) << "the end stays the end";
+  in.close();
+  EXPECT_FALSE(in.isOpen());
+  EXPECT_EQ(-1, in.read(buf, sizeof buf));
   unzClose(uf);
 }
 

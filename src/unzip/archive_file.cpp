@@ -1,0 +1,144 @@
+#include "unzip/archive_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+namespace velzip {
+namespace {
+
+constexpr uint32_t kEndSignature = 0x06054b50;
+constexpr uint32_t kZip64EndSignature = 0x06064b50;
+constexpr uint32_t kZip64LocatorSignature = 0x07064b50;
+constexpr size_t kEndSize = 22;
+constexpr size_t kZip64EndSize = 56;
+constexpr size_t kZip64LocatorSize = 20;
+constexpr size_t kMaxComment = 0xFFFF;
+
+}  // namespace
+
+bool ArchiveFile::open(const char* path) {
+  close();
+  fd_.reset(::open(path, O_RDONLY | O_CLOEXEC));
+  if (!fd_.ok()) return false;
+  struct stat st;
+  if (fstat(fd_.get(), &st) != 0) {
+    close();
+    return false;
+  }
+  size_ = static_cast<uint64_t>(st.st_size);
+  if (!locateDirectory()) {
+    close();
+    errno = EINVAL;
+    return false;
+  }
+  return true;
+}
+
+void ArchiveFile::close() {
+  fd_.reset();
+  size_ = shift_ = 0;
+}
+
+ssize_t ArchiveFile::readAt(uint64_t offset, void* buf, size_t size) const {
+  auto* p = static_cast<unsigned char*>(buf);
+  size_t done = 0;
+  while (done < size) {
+    const ssize_t n = pread(fd_.get(), p + done, size - done, static_cast<off_t>(offset + done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return -1;
+    if (n == 0) break;
+    done += static_cast<size_t>(n);
+  }
+  return static_cast<ssize_t>(done);
+}
+
+// The same search the zip layer makes, so both agree on where the archive
+// starts: the last end record in the file's tail, then its zip64 twin.
+bool ArchiveFile::locateDirectory() {
+  const size_t tail = static_cast<size_t>(std::min<uint64_t>(size_, kEndSize + kMaxComment));
+  if (tail < kEndSize) return false;
+  std::vector<unsigned char> buf(tail);
+  const uint64_t tailStart = size_ - tail;
+  if (readAt(tailStart, buf.data(), tail) != static_cast<ssize_t>(tail)) return false;
+  size_t end = tail - kEndSize + 1;
+  do {
+    --end;
+  } while (end > 0 && le32(buf.data() + end) != kEndSignature);
+  if (le32(buf.data() + end) != kEndSignature) return false;
+
+  uint64_t recordAt = tailStart + end;
+  uint64_t dirSize = le32(buf.data() + end + 12);
+  uint64_t dirOffset = le32(buf.data() + end + 16);
+  if (recordAt >= kZip64LocatorSize) {
+    unsigned char loc[kZip64LocatorSize];
+    unsigned char rec[kZip64EndSize];
+    if (readAt(recordAt - kZip64LocatorSize, loc, sizeof loc) == sizeof loc &&
+        le32(loc) == kZip64LocatorSignature) {
+      const uint64_t at = le64(loc + 8);
+      if (readAt(at, rec, sizeof rec) == sizeof rec && le32(rec) == kZip64EndSignature) {
+        recordAt = at;
+        dirSize = le64(rec + 40);
+        dirOffset = le64(rec + 48);
+      }
+    }
+  }
+  if (dirOffset > UINT64_MAX - dirSize || recordAt < dirOffset + dirSize) return false;
+  shift_ = recordAt - (dirOffset + dirSize);
+  return true;
+}
+
+bool ArchiveFile::readCentral(uint64_t centralOffset, ZipEntryRecord& rec, std::string& why) const {
+  rec = ZipEntryRecord();
+  unsigned char head[kCentralHeaderSize];
+  const uint64_t at = shift_ + centralOffset;
+  size_t nameLen = 0, extraLen = 0, commentLen = 0;
+  if (readAt(at, head, sizeof head) != static_cast<ssize_t>(sizeof head) ||
+      !parseCentralHeader(head, rec, nameLen, extraLen, commentLen)) {
+    why = "damaged central directory record";
+    return false;
+  }
+  std::string rest(nameLen + extraLen + commentLen, '\0');
+  if (readAt(at + sizeof head, rest.data(), rest.size()) != static_cast<ssize_t>(rest.size())) {
+    why = "damaged central directory record";
+    return false;
+  }
+  rec.name = rest.substr(0, nameLen);
+  rec.extra = rest.substr(nameLen, extraLen);
+  rec.comment = rest.substr(nameLen + extraLen);
+  if (!applyCentralExtra(rec)) {
+    why = "damaged zip64 field in the central directory";
+    return false;
+  }
+  return true;
+}
+
+bool ArchiveFile::readLocal(const ZipEntryRecord& rec, LocalEntry& out, std::string& why) const {
+  unsigned char head[kLocalHeaderSize];
+  const uint64_t at = shift_ + rec.localHeaderOffset;
+  if (rec.localHeaderOffset > size_ ||
+      readAt(at, head, sizeof head) != static_cast<ssize_t>(sizeof head) ||
+      le32(head) != kLocalSignature) {
+    why = "no local header where the central directory points";
+    return false;
+  }
+  const size_t nameLen = le16(head + 26), extraLen = le16(head + 28);
+  out.extra.assign(extraLen, '\0');
+  if (readAt(at + sizeof head + nameLen, out.extra.data(), extraLen) !=
+      static_cast<ssize_t>(extraLen)) {
+    why = "truncated local header";
+    return false;
+  }
+  out.dataOffset = at + sizeof head + nameLen + extraLen;
+  if (out.dataOffset > size_ || rec.compressedSize > size_ - out.dataOffset) {
+    why = "the entry's data runs past the end of the archive";
+    return false;
+  }
+  return true;
+}
+
+}  // namespace velzip

@@ -1,0 +1,52 @@
+// The archive file as the readers read entries from it: their records and
+// their data, by position, through a descriptor of velzip's own. The system
+// zip layer still walks the central directory; everything it gets wrong
+// beyond that (zip64 fields, methods it cannot decode) is read here.
+#ifndef VELZIP_UNZIP_ARCHIVE_FILE_H
+#define VELZIP_UNZIP_ARCHIVE_FILE_H
+
+#include <cstdint>
+#include <string>
+
+#include "frame/handles.h"
+#include "unzip/zip_record.h"
+
+namespace velzip {
+
+// Where an entry's data is, from its local header.
+struct LocalEntry {
+  uint64_t dataOffset = 0;  // in the file
+  std::string extra;        // the local extra field
+};
+
+class ArchiveFile {
+ public:
+  // Opens path and finds its end of central directory record. False with
+  // errno set (EINVAL for a file that is not a zip archive).
+  bool open(const char* path);
+  void close();
+  bool isOpen() const { return fd_.ok(); }
+  int fd() const { return fd_.get(); }
+  uint64_t size() const { return size_; }
+
+  // The record at centralOffset, an offset as the zip layer counts it (from
+  // the start of the archive, which need not be the start of the file).
+  // False with a reason when it cannot be read or is damaged.
+  bool readCentral(uint64_t centralOffset, ZipEntryRecord& rec, std::string& why) const;
+  // Checks rec's local header and finds its data, which must lie within the file.
+  bool readLocal(const ZipEntryRecord& rec, LocalEntry& out, std::string& why) const;
+
+  // pread that retries on interruption and short counts; the bytes read.
+  ssize_t readAt(uint64_t offset, void* buf, size_t size) const;
+
+ private:
+  bool locateDirectory();
+
+  UniqueFd fd_;
+  uint64_t size_ = 0;
+  uint64_t shift_ = 0;  // bytes in front of the archive (a self-extractor's stub)
+};
+
+}  // namespace velzip
+
+#endif  // VELZIP_UNZIP_ARCHIVE_FILE_H

@@ -1,0 +1,67 @@
+#include "unzip/entry_attributes.h"
+
+#include <sys/stat.h>
+
+#include "lzma/entry_layout.h"
+
+namespace velzip {
+namespace {
+
+constexpr uint32_t kDosFolderAttribute = 0x10;
+constexpr unsigned kHostUnix = 3;
+constexpr unsigned kHostDarwin = 19;
+constexpr uint32_t kTypeFile = 0x8000;
+
+}  // namespace
+
+uint32_t currentUmask() {
+  const mode_t mask = umask(022);
+  umask(mask);
+  return mask;
+}
+
+std::string entryName(const ZipEntryRecord& rec) {
+  std::string name = rec.name;
+  for (char& c : name) {
+    if (c == '\\') c = '/';
+  }
+  return name;
+}
+
+EntryType entryType(const ZipEntryRecord& rec, const std::string& name) {
+  const uint32_t unixMode = rec.externalAttributes >> 16;
+  if ((unixMode & kModeTypeMask) == kModeTypeLink) return EntryType::kLink;
+  if (!name.empty() && name.back() == '/') return EntryType::kFolder;
+  // Windows and Java writers mark folders only by the attribute; a Unix
+  // file type in the upper half says otherwise.
+  if ((rec.externalAttributes & kDosFolderAttribute) != 0 &&
+      (unixMode & kModeTypeMask) != kTypeFile) {
+    return EntryType::kFolder;
+  }
+  if (!companionTargetName(name).empty()) return EntryType::kCompanion;
+  return EntryType::kFile;
+}
+
+uint32_t entryMode(const ZipEntryRecord& rec, EntryType type, bool keepSetId, uint32_t umask) {
+  const uint32_t unixMode = rec.externalAttributes >> 16;
+  const unsigned host = rec.versionMadeBy >> 8;
+  const bool unixLike = host == kHostUnix || host == kHostDarwin || (unixMode & kModeTypeMask) != 0;
+  const uint32_t typeBits = type == EntryType::kFolder ? kModeTypeDirectory
+                            : type == EntryType::kLink ? kModeTypeLink
+                                                       : kTypeFile;
+  if (!unixLike || (unixMode & 0777) == 0) {
+    const uint32_t perms = type == EntryType::kFolder || type == EntryType::kLink ? 0755 : 0644;
+    return typeBits | (perms & ~umask);
+  }
+  const uint32_t keep = keepSetId ? 07777 : 01777;
+  return typeBits | (unixMode & keep);
+}
+
+int64_t entryModTime(const ZipEntryRecord& rec, const std::string& localExtra) {
+  if (rec.hasModTime) return rec.modTime;
+  int64_t t = 0;
+  if (extendedModTime(localExtra, t)) return t;
+  return dosDateToTime(rec.dosDate);
+}
+
+}  // namespace velzip

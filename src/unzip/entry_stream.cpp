@@ -1,0 +1,114 @@
+#include "unzip/entry_stream.h"
+
+#include <zlib.h>
+
+#include <climits>
+
+#include "unzip/method_decoders.h"
+#include "unzip/traditional_cipher.h"
+
+namespace velzip {
+namespace {
+
+constexpr unsigned kMethodAes = 99;
+
+}  // namespace
+
+bool EntryStream::fail(OpenFailure failure, const std::string& why) {
+  const std::string reason = error_.failed() ? error_.why : why;
+  close();
+  failure_ = failure;
+  error_.why = reason;
+  return false;
+}
+
+bool EntryStream::open(const ArchiveFile& file, const ZipEntryRecord& rec, const char* password) {
+  close();
+  if (!file.readLocal(rec, local_, error_.why)) return fail(OpenFailure::kDamaged, error_.why);
+  stored_ = std::make_unique<RangeSource>(file, local_.dataOffset, rec.compressedSize, error_);
+  ByteSource* packed = stored_.get();
+  uint64_t packedSize = rec.compressedSize;
+
+  if ((rec.flag & kFlagEncrypted) != 0) {
+    if ((rec.flag & kFlagStrongEncryption) != 0) {
+      return fail(OpenFailure::kUnsupported, "PKWARE strong encryption is not supported");
+    }
+    if (rec.method == kMethodAes) {
+      return fail(OpenFailure::kUnsupported, "AES encryption is not supported");
+    }
+    if (!methodSupported(rec.method)) {
+      return fail(OpenFailure::kUnsupported, "unsupported compression method " +
+                                                 std::to_string(rec.method) + " (" +
+                                                 methodName(rec.method) + ")");
+    }
+    if (password == nullptr) return fail(OpenFailure::kNeedsPassword, "encrypted; no password");
+    plain_ = openTraditionalCipher(*packed, rec, password, error_);
+    if (!plain_) {
+      return fail(
+          error_.why == "wrong password" ? OpenFailure::kWrongPassword : OpenFailure::kDamaged,
+          error_.why);
+    }
+    packed = plain_.get();
+    packedSize -= 12;
+  }
+
+  MethodInput input;
+  input.method = rec.method;
+  input.packedSize = packedSize;
+  input.size = rec.uncompressedSize;
+  decoded_ = makeMethodDecoder(input, *packed, error_);
+  if (!decoded_) {
+    return fail(methodSupported(rec.method) ? OpenFailure::kDamaged : OpenFailure::kUnsupported,
+                error_.why);
+  }
+  top_ = decoded_.get();
+  expectedSize_ = rec.uncompressedSize;
+  expectedCrc_ = rec.crc;
+  crc_ = static_cast<uint32_t>(crc32(0L, Z_NULL, 0));
+  return true;
+}
+
+ssize_t EntryStream::read(void* buf, size_t size) {
+  if (top_ == nullptr) return error_.fail("no entry is open");
+  if (error_.failed()) return -1;
+  if (done_ || size == 0) return 0;
+  // Never more than the record announces: a decoder that runs on is damage.
+  const uint64_t room = expectedSize_ - produced_;
+  const size_t want = room == 0 ? 1 : static_cast<size_t>(std::min<uint64_t>(size, room));
+  auto* out = static_cast<uint8_t*>(buf);
+  const ssize_t n = top_->read(out, want);
+  if (n < 0) return -1;
+  if (n == 0) {
+    if (produced_ != expectedSize_) {
+      return error_.fail("the entry holds " + std::to_string(produced_) + " bytes, not the " +
+                         std::to_string(expectedSize_) + " its record says");
+    }
+    if (checkCrc_ && crc_ != expectedCrc_) return error_.fail("CRC-32 mismatch");
+    done_ = true;
+    return 0;
+  }
+  if (room == 0) return error_.fail("the entry holds more bytes than its record says");
+  for (size_t at = 0; at < static_cast<size_t>(n);) {
+    const uInt chunk = static_cast<uInt>(std::min<size_t>(static_cast<size_t>(n) - at, UINT_MAX));
+    crc_ = static_cast<uint32_t>(crc32(crc_, out + at, chunk));
+    at += chunk;
+  }
+  produced_ += static_cast<uint64_t>(n);
+  return n;
+}
+
+void EntryStream::close() {
+  top_ = nullptr;
+  decoded_.reset();
+  plain_.reset();
+  stored_.reset();
+  local_ = LocalEntry();
+  error_ = StreamError();
+  failure_ = OpenFailure::kNone;
+  expectedSize_ = produced_ = 0;
+  expectedCrc_ = crc_ = 0;
+  checkCrc_ = true;
+  done_ = false;
+}
+
+}  // namespace velzip
