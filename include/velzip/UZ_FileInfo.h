@@ -23,6 +23,26 @@ struct UZ_FileInfo {
   bool isDirectory;  // fileName ends in '/'
 };
 
+// What an entry is, as extraction treats it.
+enum class UZ_EntryKind { kFile, kFolder, kLink, kCompanion };
+
+// One entry at full width, as the readers themselves see it (getEntryInfo).
+struct UZ_EntryInfo {
+  std::string name;  // whole, every '\' turned into '/'
+  UZ_EntryKind kind = UZ_EntryKind::kFile;
+  uint32_t method = 0;          // zip compression method
+  bool encrypted = false;       // needs a password
+  std::string unreadable;       // why velzip cannot read it; empty when it can
+  uint64_t compressedSize = 0;  // zip-level sizes, zip64 fields applied
+  uint64_t uncompressedSize = 0;
+  bool hasSizeText = false;  // the local extra field holds a format-1 size text
+  uint64_t sizeText = 0;     // its value: the restored size in format 1
+  uint32_t mode = 0;         // type and permission bits extraction applies
+  int64_t modTime = 0;       // seconds since the epoch, UTC
+  uint32_t crc = 0;
+  std::string linkTarget;  // links, when asked for and readable
+};
+
 namespace velzip {
 
 // A symbolic link a reader makes only after every other entry is written.

@@ -13,6 +13,7 @@
 #define VELZIP_UNZIPHANDLER_H
 
 #include <memory>
+#include <string>
 
 #include "velzip/UZ_FileInfo.h"
 #include "velzip/callbacks.h"
@@ -64,6 +65,13 @@ class VELZIP_API UnzipHandler {
   bool gotoFile(const char* name, bool matchBaseName);
   bool getFileInfo(UZ_FileInfo& info);
   bool getFileInfo(int index, UZ_FileInfo& info);
+  // The current entry in full: 64-bit sizes, the format-1 size text, the
+  // mode and time extraction gives it, whether velzip can read it and, with
+  // withLinkTarget, a link's target (read with the password if encrypted).
+  bool getEntryInfo(UZ_EntryInfo& info, bool withLinkTarget = false);
+  // Decodes and checks the current entry (CRC-32, and in format 1 the size
+  // text) without writing anything. False with the reason in why.
+  bool testFile(std::string& why);
   // Sum of the zip-level uncompressed sizes; computed once per handler.
   unsigned long long getUnzipSize();
   static long long GetUnzipSize(const char* zipPath);

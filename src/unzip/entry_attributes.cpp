@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <cstdio>
+
 #include "lzma/entry_layout.h"
 
 namespace velzip {
@@ -15,6 +17,18 @@ constexpr uint32_t kTypeFile = 0x8000;
 }  // namespace
 
 uint32_t currentUmask() {
+  // Reading it through umask(2) means setting it, for a moment, for every
+  // thread of the host: the kernel's own report is read instead.
+  if (FILE* status = std::fopen("/proc/self/status", "re")) {
+    char line[256];
+    unsigned mask = 0;
+    bool found = false;
+    while (!found && std::fgets(line, sizeof line, status) != nullptr) {
+      found = std::sscanf(line, "Umask: %o", &mask) == 1;
+    }
+    std::fclose(status);
+    if (found) return mask & 0777;
+  }
   const mode_t mask = umask(022);
   umask(mask);
   return mask;

@@ -26,8 +26,7 @@ EntryType entryType(const ZipEntryRecord& rec, const std::string& name);
 // Set-user-ID and set-group-ID bits survive only with keepSetId.
 uint32_t entryMode(const ZipEntryRecord& rec, EntryType type, bool keepSetId, uint32_t umask);
 
-// The process umask. Reading it means setting it for a moment: call it on
-// the caller's thread, before any worker starts.
+// The process umask, read without changing it where /proc allows.
 uint32_t currentUmask();
 
 // The modification time: the extended-timestamp field of the central

@@ -22,25 +22,28 @@ bool EntryStream::fail(OpenFailure failure, const std::string& why) {
   return false;
 }
 
+std::string EntryStream::unreadable(const ZipEntryRecord& rec) {
+  if ((rec.flag & kFlagEncrypted) != 0) {
+    if ((rec.flag & kFlagStrongEncryption) != 0) return "PKWARE strong encryption is not supported";
+    if (rec.method == kMethodAes) return "AES encryption is not supported";
+  }
+  if (!methodSupported(rec.method)) {
+    return "unsupported compression method " + std::to_string(rec.method) + " (" +
+           methodName(rec.method) + ")";
+  }
+  return std::string();
+}
+
 bool EntryStream::open(const ArchiveFile& file, const ZipEntryRecord& rec, const char* password) {
   close();
+  const std::string refused = unreadable(rec);
+  if (!refused.empty()) return fail(OpenFailure::kUnsupported, refused);
   if (!file.readLocal(rec, local_, error_.why)) return fail(OpenFailure::kDamaged, error_.why);
   stored_ = std::make_unique<RangeSource>(file, local_.dataOffset, rec.compressedSize, error_);
   ByteSource* packed = stored_.get();
   uint64_t packedSize = rec.compressedSize;
 
   if ((rec.flag & kFlagEncrypted) != 0) {
-    if ((rec.flag & kFlagStrongEncryption) != 0) {
-      return fail(OpenFailure::kUnsupported, "PKWARE strong encryption is not supported");
-    }
-    if (rec.method == kMethodAes) {
-      return fail(OpenFailure::kUnsupported, "AES encryption is not supported");
-    }
-    if (!methodSupported(rec.method)) {
-      return fail(OpenFailure::kUnsupported, "unsupported compression method " +
-                                                 std::to_string(rec.method) + " (" +
-                                                 methodName(rec.method) + ")");
-    }
     if (password == nullptr) return fail(OpenFailure::kNeedsPassword, "encrypted; no password");
     plain_ = openTraditionalCipher(*packed, rec, password, error_);
     if (!plain_) {
@@ -57,10 +60,7 @@ bool EntryStream::open(const ArchiveFile& file, const ZipEntryRecord& rec, const
   input.packedSize = packedSize;
   input.size = rec.uncompressedSize;
   decoded_ = makeMethodDecoder(input, *packed, error_);
-  if (!decoded_) {
-    return fail(methodSupported(rec.method) ? OpenFailure::kDamaged : OpenFailure::kUnsupported,
-                error_.why);
-  }
+  if (!decoded_) return fail(OpenFailure::kDamaged, error_.why);
   top_ = decoded_.get();
   expectedSize_ = rec.uncompressedSize;
   expectedCrc_ = rec.crc;

@@ -33,6 +33,9 @@ class EntryStream {
   ssize_t read(void* buf, size_t size);
   void close();
 
+  // Why velzip cannot read rec whatever the password; empty when it can.
+  static std::string unreadable(const ZipEntryRecord& rec);
+
   bool isOpen() const { return top_ != nullptr; }
   OpenFailure failure() const { return failure_; }
   const std::string& why() const { return error_.why; }

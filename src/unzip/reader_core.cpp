@@ -81,6 +81,7 @@ bool ReaderCore::openZip(const char* zipPath) {
     closeHandle();
     return false;
   }
+  umask_ = currentUmask();
   std::string folder = zipPath;
   const size_t dot = folder.rfind('.');
   if (dot != std::string::npos) folder.resize(dot);

@@ -70,6 +70,8 @@ class ReaderCore {
   bool getFileInfo(UZ_FileInfo& info);
   bool getFileInfo(int index, UZ_FileInfo& info);
   unsigned long long getUnzipSize();
+  bool getEntryInfo(UZ_EntryInfo& info, bool withLinkTarget);
+  bool testFile(std::string& why);
 
   bool unzipFile(const char* destFolder, bool junkPaths, unsigned long mode);
   bool unzipFile(int index, const char* destFolder, bool junkPaths, unsigned long mode);

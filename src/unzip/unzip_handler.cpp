@@ -57,6 +57,12 @@ bool UnzipHandler::getFileInfo(UZ_FileInfo& info) {
 bool UnzipHandler::getFileInfo(int index, UZ_FileInfo& info) {
   return core_->getFileInfo(index, info);
 }
+bool UnzipHandler::getEntryInfo(UZ_EntryInfo& info, bool withLinkTarget) {
+  return core_->getEntryInfo(info, withLinkTarget);
+}
+bool UnzipHandler::testFile(std::string& why) {
+  return core_->testFile(why);
+}
 unsigned long long UnzipHandler::getUnzipSize() {
   return core_->getUnzipSize();
 }

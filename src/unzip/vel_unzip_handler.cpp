@@ -58,6 +58,12 @@ bool VelUnzipHandler::getFileInfo(UZ_FileInfo& info) {
 bool VelUnzipHandler::getFileInfo(int index, UZ_FileInfo& info) {
   return core_->getFileInfo(index, info);
 }
+bool VelUnzipHandler::getEntryInfo(UZ_EntryInfo& info, bool withLinkTarget) {
+  return core_->getEntryInfo(info, withLinkTarget);
+}
+bool VelUnzipHandler::testFile(std::string& why) {
+  return core_->testFile(why);
+}
 unsigned long long VelUnzipHandler::getUnzipSize() {
   return core_->getUnzipSize();
 }

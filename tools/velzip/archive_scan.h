@@ -1,7 +1,6 @@
 // What the tool learns about an archive before it hands the archive to the
-// library: every entry's kind and sizes, the text in its local extra field
-// and, on request, link targets. Read through the zip layer velzip exposes,
-// because the reader classes do not surface extra fields or 64-bit sizes.
+// library: every entry's kind, sizes, restored size and, on request, link
+// target, all as the library's readers describe them.
 #ifndef VELZIP_TOOL_ARCHIVE_SCAN_H
 #define VELZIP_TOOL_ARCHIVE_SCAN_H
 
@@ -18,9 +17,12 @@ struct ScannedEntry {
   EntryKind kind = EntryKind::kFile;
   unsigned long method = 0;
   uint64_t packedSize = 0;
-  uint64_t zipSize = 0;    // the zip layer's uncompressed size
-  uint32_t mode = 0;       // upper half of the external attributes
-  bool encrypted = false;  // general-purpose flag bit 0
+  uint64_t zipSize = 0;  // the zip layer's uncompressed size
+  uint32_t mode = 0;     // the mode extraction gives it
+  bool encrypted = false;
+  std::string unreadable;  // why the library cannot read it; empty when it can
+  int64_t modTime = 0;
+  uint32_t crc = 0;
   bool hasSizeText = false;
   uint64_t sizeText = 0;   // restored size, when the extra field holds one
   std::string linkTarget;  // links, when asked for; "(encrypted)" when it cannot be read
