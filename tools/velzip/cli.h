@@ -20,6 +20,7 @@ struct Options {
   // The readers borrow it: Options outlives every reader.
   std::string password;
   bool passwordGiven = false;
+  bool keepSetId = false;  // extract: restore set-user-ID and set-group-ID bits
   bool quiet = false;
   bool verbose = false;
 };

@@ -287,6 +287,7 @@ bool extractWith(const std::string& archive, const std::string& dest, const Opti
   Reader reader(nullptr);
   reader.setCallback(onExtract, &job);
   if (opt.passwordGiven) reader.setUnzipPassword(opt.password.c_str());
+  reader.setKeepSetIdBits(opt.keepSetId);
   return reader.unzip(archive.c_str(), dest.c_str(), false, kKeepEntryModes);
 }
 

@@ -21,9 +21,10 @@ const char kHelp[] =
     "Commands:\n"
     "  compress [-f 0|1] FOLDER ARCHIVE\n"
     "      Pack FOLDER into ARCHIVE (format 1 unless -f 0). An existing ARCHIVE is replaced.\n"
-    "  extract [-f auto|0|1] [-p PASSWORD] ARCHIVE [DEST]\n"
+    "  extract [-f auto|0|1] [-p PASSWORD] [--keep-setid] ARCHIVE [DEST]\n"
     "      Unpack ARCHIVE into DEST (default: ARCHIVE without its suffix), restoring\n"
-    "      modes, symbolic links and extended attributes.\n"
+    "      modes, modification times, symbolic links and extended attributes. Each\n"
+    "      file replaces what stood at its name only once it is complete and checked.\n"
     "  list ARCHIVE\n"
     "      Show each entry's size, packed size, mode, kind and name; a '*' after the\n"
     "      kind marks an encrypted entry.\n"
@@ -39,6 +40,8 @@ const char kHelp[] =
     "\n"
     "Options:\n"
     "  -f, --format FORMAT  archive format, see above\n"
+    "      --keep-setid     (extract) restore set-user-ID and set-group-ID bits; without\n"
+    "                       it they are dropped, as from any file an archive brings\n"
     "  -p, --password PASSWORD\n"
     "                       password for encrypted entries (traditional zip encryption\n"
     "                       only); other users may see it in the process list\n"
@@ -102,6 +105,8 @@ int parse(int argc, char** argv, Parsed& p) {
       p.opt.quiet = true;
     } else if (arg == "-v" || arg == "--verbose") {
       p.opt.verbose = true;
+    } else if (arg == "--keep-setid") {
+      p.opt.keepSetId = true;
     } else if (int f = takeValue(argc, argv, i, "-f", "--format", p.opt.format)) {
       if (f < 0) return usage("option " + arg + " needs a value");
       p.formatGiven = true;
@@ -155,7 +160,8 @@ int main(int argc, char** argv) {
     }
     run = runCompress;
   } else if (opt.command == "extract") {
-    rc = checkOperands(opt, 1, 2, "extract [-f auto|0|1] [-p PASSWORD] ARCHIVE [DEST]");
+    rc = checkOperands(opt, 1, 2,
+                       "extract [-f auto|0|1] [-p PASSWORD] [--keep-setid] ARCHIVE [DEST]");
     if (rc == kExitOk && p.formatGiven && opt.format != "0" && opt.format != "1" &&
         opt.format != "auto") {
       rc = usage("extract: format must be auto, 0 or 1, not '" + opt.format + "'");
@@ -171,6 +177,9 @@ int main(int argc, char** argv) {
   }
   if (rc == kExitOk && opt.passwordGiven && run != runExtract) {
     rc = usage(opt.command + " takes no -p option");
+  }
+  if (rc == kExitOk && opt.keepSetId && run != runExtract) {
+    rc = usage(opt.command + " takes no --keep-setid option");
   }
   if (rc != kExitOk) return rc;
 
