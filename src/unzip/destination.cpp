@@ -157,6 +157,18 @@ FolderFd Destination::parentOf(const std::string& rel, std::string& leaf) {
   return folder(parentRel(rel));
 }
 
+FolderFd Destination::deepestExisting(const std::string& rel) {
+  if (!root_) return nullptr;
+  for (std::string at = rel;; at = parentRel(at)) {
+    if (at.empty()) return root_;
+    const auto hit = cache_.find(at);
+    if (hit != cache_.end()) return hit->second;
+    FolderFd fd = openBelow(at);
+    if (fd) return fd;
+    if (errno != ENOENT) return nullptr;
+  }
+}
+
 bool Destination::makeFolder(const FolderFd& parent, const std::string& leaf,
                              const std::string& rel) {
   bool relaxed = false;

@@ -48,6 +48,9 @@ class Destination {
   FolderFd folder(const std::string& rel);
   // The folder holding rel's last component, which goes to leaf.
   FolderFd parentOf(const std::string& rel, std::string& leaf);
+  // The deepest folder on the way to rel that exists already (rel itself
+  // when it does); nothing is made. Null when even that cannot be reached.
+  FolderFd deepestExisting(const std::string& rel);
 
   // After EACCES in folder dir (at rel): gives the owner write and search
   // permission until restoreFolders(), when this process owns it. False

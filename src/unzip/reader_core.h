@@ -24,6 +24,7 @@
 #include "unzip/destination.h"
 #include "unzip/entry_attributes.h"
 #include "unzip/entry_stream.h"
+#include "unzip/file_work.h"
 #include "velzip/UZ_FileInfo.h"
 
 namespace velzip {
@@ -60,6 +61,7 @@ class ReaderCore {
   void setUnzipPassword(const char* password) { password_ = password; }
   void setCallback(ZLibCallback fn, void* userData) { progress_.set(fn, userData); }
   void setKeepSetIdBits(bool keep) { keepSetId_ = keep; }
+  void setThreadCount(unsigned threads) { threads_ = threads == 0 ? 1 : threads; }
   bool setOutputFolder(const char* folder);
 
   unsigned long getFileCount();
@@ -99,6 +101,7 @@ class ReaderCore {
     uint32_t mode = 0;            // to apply; kNoMode for none
     bool modeGiven = false;       // the caller's override, not the entry's own
     bool strayCompanion = false;  // a file under "__MACOSX/" that names no file
+    std::string refusal;          // the line that says why it cannot be extracted
   };
   // A symbolic link made in the closing pass.
   struct PendingLink {
@@ -133,12 +136,18 @@ class ReaderCore {
 
   bool openDestination(const char* folder);
   bool planEntry(const char* folder, bool junkPaths, unsigned long mode, Entry& entry);
+  bool extractPlanned(const Entry& entry);
   bool openEntryLogged(const Entry& entry, EntryStream& in);
-  bool extractLink(Entry& entry);
+  bool extractLink(const Entry& entry);
   bool extractFolder(const Entry& entry);
   bool extractFile(const Entry& entry);
   bool extractCompanion(const Entry& entry);
-  bool stageContent(const Entry& entry, EntryStream& in, int fd, ContentOutcome& outcome);
+  void fillWork(const Entry& entry, FileWork& work) const;
+  FolderFd prepareFile(const Entry& entry, std::string& leaf);
+  void decodeHere(const Entry& entry, FileWork& work);
+  bool finishFile(const Entry& entry, FileWork& work, const FolderFd& dir, const std::string& leaf);
+  bool extractInParallel(const char* destFolder, bool junkPaths, unsigned long mode);
+  bool finishDecodedAhead(const Entry& entry, FileWork& work);
   bool finishPass();
   bool makeLink(const std::string& key, const PendingLink& link);
   void applyFolder(const PendingFolder& folder);
@@ -153,6 +162,7 @@ class ReaderCore {
   void* logger_ = nullptr;
   bool fileOpenOption_ = false;
   bool keepSetId_ = false;
+  unsigned threads_ = 1;
   uint32_t umask_ = 022;
   Destination dest_;
   bool wholeArchive_ = false;  // inside unzipTo: folders and links wait for the end

@@ -12,6 +12,7 @@
 #include "frame/staged_file.h"
 #include "lzma/entry_layout.h"
 #include "platform/apple_double.h"
+#include "unzip/file_work.h"
 #include "unzip/reader_core.h"
 #include "velzip/StringUtils.h"
 
@@ -41,38 +42,10 @@ void timesFor(int64_t modTime, timespec (&ts)[2]) {
   ts[1].tv_nsec = 0;
 }
 
-// A file's content goes into its staged descriptor.
-class FileTarget : public ContentTarget {
- public:
-  FileTarget(int fd, Progress& progress) : fd_(fd), progress_(progress) {}
-  bool write(const uint8_t* data, size_t size, std::string& why) override {
-    while (size > 0) {
-      const ssize_t n = ::write(fd_, data, size);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) {
-        why = std::strerror(n < 0 ? errno : EIO);
-        return false;
-      }
-      data += n;
-      size -= static_cast<size_t>(n);
-    }
-    return true;
-  }
-  bool report(uint64_t bytes) override {
-    const uint32_t n = bytes > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(bytes);
-    return progress_.report(kZLibStateEntryData, n, nullptr, nullptr,
-                            progress_.data().isDirectory) == kZLibContinue;
-  }
-
- private:
-  int fd_;
-  Progress& progress_;
-};
-
 // A companion is small: it is held in memory, up to the format's limit.
-class MemoryTarget : public FileTarget {
+class MemoryTarget : public ContentTarget {
  public:
-  explicit MemoryTarget(Progress& progress) : FileTarget(-1, progress) {}
+  explicit MemoryTarget(Progress& progress) : progress_(progress) {}
   bool write(const uint8_t* data, size_t size, std::string& why) override {
     if (size > kAppleDoubleMaxSize - bytes.size()) {
       why =
@@ -82,7 +55,15 @@ class MemoryTarget : public FileTarget {
     bytes.insert(bytes.end(), data, data + size);
     return true;
   }
+  bool report(uint64_t bytes) override {
+    const uint32_t n = bytes > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(bytes);
+    return progress_.report(kZLibStateEntryData, n, nullptr, nullptr,
+                            progress_.data().isDirectory) == kZLibContinue;
+  }
   std::vector<uint8_t> bytes;
+
+ private:
+  Progress& progress_;
 };
 
 // Sets what a companion carries onto the item at fd (an O_PATH descriptor).
@@ -146,23 +127,8 @@ bool ReaderCore::unzipFile(const char* destFolder, bool junkPaths, unsigned long
   }
   if (!wholeArchive_) umask_ = currentUmask();
   Entry entry;
-  bool ok = planEntry(folder, junkPaths, mode, entry);
-  if (ok) {
-    switch (entry.type) {
-      case EntryType::kLink:
-        ok = extractLink(entry);
-        break;
-      case EntryType::kFolder:
-        ok = extractFolder(entry);
-        break;
-      case EntryType::kCompanion:
-        ok = extractCompanion(entry);
-        break;
-      case EntryType::kFile:
-        ok = extractFile(entry);
-        break;
-    }
-  }
+  planEntry(folder, junkPaths, mode, entry);
+  const bool ok = extractPlanned(entry);
   // Alone, an entry puts back at once what it opened up; within a whole
   // archive that waits for the closing pass.
   if (!wholeArchive_) dest_.close();
@@ -172,7 +138,7 @@ bool ReaderCore::unzipFile(const char* destFolder, bool junkPaths, unsigned long
 bool ReaderCore::planEntry(const char* folder, bool junkPaths, unsigned long mode, Entry& entry) {
   std::string why;
   if (!currentRecord(entry.rec, why)) {
-    log(kLogLevelError, "Failed to read the entry: %s", why.c_str());
+    entry.refusal = "Failed to read the entry: " + why;
     return false;
   }
   const std::string stored = entryName(entry.rec);
@@ -186,7 +152,7 @@ bool ReaderCore::planEntry(const char* folder, bool junkPaths, unsigned long mod
   entry.name = name;
   if (stored.find('\0') != std::string::npos || hasParentComponent(stored.c_str()) ||
       !normaliseRelative(name, entry.rel)) {
-    log(kLogLevelError, "Refusing to extract outside the destination: %s", stored.c_str());
+    entry.refusal = "Refusing to extract outside the destination: " + stored;
     return false;
   }
 
@@ -202,6 +168,24 @@ bool ReaderCore::planEntry(const char* folder, bool junkPaths, unsigned long mod
   return true;
 }
 
+bool ReaderCore::extractPlanned(const Entry& entry) {
+  if (!entry.refusal.empty()) {
+    log(kLogLevelError, "%s", entry.refusal.c_str());
+    return false;
+  }
+  switch (entry.type) {
+    case EntryType::kLink:
+      return extractLink(entry);
+    case EntryType::kFolder:
+      return extractFolder(entry);
+    case EntryType::kCompanion:
+      return extractCompanion(entry);
+    case EntryType::kFile:
+      break;
+  }
+  return extractFile(entry);
+}
+
 bool ReaderCore::openEntryLogged(const Entry& entry, EntryStream& in) {
   if (in.open(archive_, entry.rec, password_)) return true;
   log(kLogLevelError, "Failed to unzOpenCurrentFilePassword: %s: %s", entry.path.c_str(),
@@ -209,7 +193,7 @@ bool ReaderCore::openEntryLogged(const Entry& entry, EntryStream& in) {
   return false;
 }
 
-bool ReaderCore::extractLink(Entry& entry) {
+bool ReaderCore::extractLink(const Entry& entry) {
   std::string leaf;
   if (entry.rel.empty() || !dest_.parentOf(entry.rel, leaf)) {
     log(kLogLevelError, "Failed to CreateFilePath: %s. %s", entry.path.c_str(),
@@ -263,85 +247,93 @@ bool ReaderCore::extractFolder(const Entry& entry) {
          kZLibAbort;
 }
 
-// Decodes the entry into the staged file and, when all is well, gives it its
-// mode and time. False when the entry failed; outcome says how far it got.
-bool ReaderCore::stageContent(const Entry& entry, EntryStream& in, int fd,
-                              ContentOutcome& outcome) {
-  FileTarget target(fd, progress_);
-  outcome = traits_.writeContent(in, target);
-  if (!outcome.reachedData()) {
-    if (outcome.result == ContentOutcome::Result::kNoSizeText) {
-      log(kLogLevelError, "Failed to get extra local size for file %s", entry.path.c_str());
-    } else {
-      log(kLogLevelError, "Failed to extract %s: %s", entry.path.c_str(), outcome.why.c_str());
-    }
+void ReaderCore::fillWork(const Entry& entry, FileWork& work) const {
+  work.rec = entry.rec;
+  work.mode = entry.mode;
+  work.modTimeFromCentral = entry.rec.hasModTime;
+  work.modTime = entryModTime(entry.rec, std::string());
+}
+
+FolderFd ReaderCore::prepareFile(const Entry& entry, std::string& leaf) {
+  FolderFd dir = entry.rel.empty() ? nullptr : dest_.parentOf(entry.rel, leaf);
+  if (!dir) {
+    log(kLogLevelError, "Failed to CreateFilePath: %s. %s", entry.path.c_str(),
+        errorText(entry.rel.empty() ? EISDIR : errno).c_str());
+  }
+  return dir;
+}
+
+void ReaderCore::decodeHere(const Entry& entry, FileWork& work) {
+  const DataReporter live = [this](uint64_t bytes) {
+    const uint32_t n = bytes > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(bytes);
+    return progress_.report(kZLibStateEntryData, n, nullptr, nullptr,
+                            progress_.data().isDirectory) == kZLibContinue;
+  };
+  const auto retrying = [&](int err) {
+    log(kLogLevelDetail, "Failed to open file : %s with code %s", entry.path.c_str(),
+        errorText(err).c_str());
+  };
+  decodeFile(archive_, password_, traits_.writeContent, work, live, retrying);
+  // A read-only folder of ours is opened up for as long as the extraction lasts.
+  if (work.opened && work.createError == EACCES &&
+      dest_.makeWritable(work.dir, parentRel(entry.rel))) {
+    decodeFile(archive_, password_, traits_.writeContent, work, live, retrying);
+  }
+}
+
+bool ReaderCore::finishFile(const Entry& entry, FileWork& work, const FolderFd& dir,
+                            const std::string& leaf) {
+  const char* path = entry.path.c_str();
+  if (!work.opened) {
+    log(kLogLevelError, "Failed to unzOpenCurrentFilePassword: %s: %s", path, work.openWhy.c_str());
     return false;
   }
-  if (!outcome.ok()) {
-    if (outcome.result != ContentOutcome::Result::kAborted) {
-      log(kLogLevelError, "Failed to extract %s: %s", entry.path.c_str(), outcome.why.c_str());
-    }
+  if (work.createError != 0) {
+    log(kLogLevelWarning, "Cannot open file '%s' after all retries for writing: %s", path,
+        errorText(work.createError).c_str());
     return false;
   }
-  timespec ts[2];
-  timesFor(entryModTime(entry.rec, in.localExtra()), ts);
-  if (fchmod(fd, entry.mode & 07777) != 0 || futimens(fd, ts) != 0) {
-    log(kLogLevelError, "Failed to extract %s: %s", entry.path.c_str(), errorText(errno).c_str());
+  const ContentOutcome& outcome = work.outcome;
+  if (outcome.result == ContentOutcome::Result::kNoSizeText) {
+    log(kLogLevelError, "Failed to get extra local size for file %s", path);
     return false;
   }
-  return true;
+  bool ok = outcome.ok();
+  if (!ok && outcome.result != ContentOutcome::Result::kAborted) {
+    log(kLogLevelError, "Failed to extract %s: %s", path, outcome.why.c_str());
+  }
+  if (!outcome.reachedData()) return false;
+  if (ok && !work.finishWhy.empty()) {
+    log(kLogLevelError, "Failed to extract %s: %s", path, work.finishWhy.c_str());
+    ok = false;
+  }
+  if (ok && entry.strayCompanion) {
+    // Under "__MACOSX/" but naming no file: there is nothing to restore.
+    log(kLogLevelError, "Failed to extract %s: %s", path, "not a metadata companion");
+    ok = false;
+  }
+  if (ok && !work.staged.publish(dir->get(), leaf.c_str())) {
+    log(kLogLevelError, "Failed to extract %s: %s", path, errorText(errno).c_str());
+    ok = false;
+  }
+  work.staged.discard();
+  progress_.report(kZLibStateEntryDone, 0, entry.name.c_str(), path, progress_.data().isDirectory);
+  return ok;
 }
 
 bool ReaderCore::extractFile(const Entry& entry) {
   std::string leaf;
-  const FolderFd dir = entry.rel.empty() ? nullptr : dest_.parentOf(entry.rel, leaf);
-  if (!dir) {
-    log(kLogLevelError, "Failed to CreateFilePath: %s. %s", entry.path.c_str(),
-        errorText(entry.rel.empty() ? EISDIR : errno).c_str());
-    return false;
-  }
+  const FolderFd dir = prepareFile(entry, leaf);
+  if (!dir) return false;
   const ZLibCallbackAction action =
       progress_.report(kZLibStateEntryStart, 0, entry.name.c_str(), entry.path.c_str(), false);
   if (action == kZLibAbort) return false;
   if (action == kZLibSkip) return true;
-
-  // Opened before anything is made: an entry velzip cannot read leaves no trace.
-  EntryStream in;
-  if (!openEntryLogged(entry, in)) return false;
-
-  StagedFile staged;
-  bool relaxed = false;
-  for (int attempt = 1; !staged.create(dir->get(), 0600); ++attempt) {
-    const int err = errno;
-    if (err == EACCES && !relaxed && dest_.makeWritable(dir, parentRel(entry.rel))) {
-      relaxed = true;
-      continue;
-    }
-    if (!isTransientError(err) || attempt == kAttempts) {
-      log(kLogLevelWarning, "Cannot open file '%s' after all retries for writing: %s",
-          entry.path.c_str(), errorText(err).c_str());
-      return false;
-    }
-    log(kLogLevelDetail, "Failed to open file : %s with code %s", entry.path.c_str(),
-        errorText(err).c_str());
-    usleep(kRetryDelayUs);
-  }
-
-  ContentOutcome outcome;
-  bool ok = stageContent(entry, in, staged.fd(), outcome);
-  if (!outcome.reachedData()) return false;
-  if (ok && entry.strayCompanion) {
-    // Under "__MACOSX/" but naming no file: there is nothing to restore.
-    log(kLogLevelError, "Failed to extract %s: %s", entry.path.c_str(), "not a metadata companion");
-    ok = false;
-  }
-  if (ok && !staged.publish(dir->get(), leaf.c_str())) {
-    log(kLogLevelError, "Failed to extract %s: %s", entry.path.c_str(), errorText(errno).c_str());
-    ok = false;
-  }
-  progress_.report(kZLibStateEntryDone, 0, entry.name.c_str(), entry.path.c_str(),
-                   progress_.data().isDirectory);
-  return ok;
+  FileWork work;
+  fillWork(entry, work);
+  work.dir = dir;
+  decodeHere(entry, work);
+  return finishFile(entry, work, dir, leaf);
 }
 
 bool ReaderCore::extractCompanion(const Entry& entry) {
@@ -500,9 +492,13 @@ bool ReaderCore::unzipTo(const char* destFolder, bool junkPaths, unsigned long m
   folders_.clear();
   wholeArchive_ = true;
   bool ok = true;
-  do {
-    ok = unzipFile(destFolder, junkPaths, mode);
-  } while (ok && gotoNextFile(nullptr));
+  if (threads_ > 1) {
+    ok = extractInParallel(destFolder, junkPaths, mode);
+  } else {
+    do {
+      ok = unzipFile(destFolder, junkPaths, mode);
+    } while (ok && gotoNextFile(nullptr));
+  }
   wholeArchive_ = false;
   if (ok) {
     ok = finishPass();

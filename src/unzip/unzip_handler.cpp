@@ -88,6 +88,9 @@ bool UnzipHandler::setFileModTime(const char* path, unsigned long dosDate) {
 void UnzipHandler::setKeepSetIdBits(bool keep) {
   core_->setKeepSetIdBits(keep);
 }
+void UnzipHandler::setThreadCount(unsigned threads) {
+  core_->setThreadCount(threads);
+}
 
 bool UnzipHandler::createFolder(const char* path) {
   return core_->createFolder(path);

@@ -89,6 +89,9 @@ bool VelUnzipHandler::setFileModTime(const char* path, unsigned long dosDate) {
 void VelUnzipHandler::setKeepSetIdBits(bool keep) {
   core_->setKeepSetIdBits(keep);
 }
+void VelUnzipHandler::setThreadCount(unsigned threads) {
+  core_->setThreadCount(threads);
+}
 
 bool VelUnzipHandler::createFolder(const char* path) {
   return core_->createFolder(path);

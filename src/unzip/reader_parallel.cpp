@@ -1,0 +1,178 @@
+// Whole-archive extraction with worker threads: regular files are decoded
+// ahead into staged files while the caller's thread goes through the
+// entries in archive order, tells the callback exactly what a single thread
+// would, and publishes each file at its turn. The workers exist only for
+// the length of one unzipTo.
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "unzip/reader_core.h"
+#include "velzip/StringUtils.h"
+
+namespace velzip {
+namespace {
+
+constexpr size_t kAheadPerThread = 4;
+
+// An entry of the archive, planned in order, its file decoded ahead.
+struct Job {
+  bool submitted = false;
+  bool done = false;
+  FileWork work;
+};
+
+// Runs jobs FIFO on n threads; waitFor blocks until a given one is done.
+class Workers {
+ public:
+  Workers(unsigned n, std::function<void(Job&)> run) : run_(std::move(run)) {
+    for (unsigned i = 0; i < n; ++i) threads_.emplace_back([this] { loop(); });
+  }
+  // Jobs not yet started are dropped; those running are expected to stop soon.
+  ~Workers() {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      stopping_ = true;
+      queue_.clear();
+    }
+    wake_.notify_all();
+    for (std::thread& t : threads_) t.join();
+  }
+  Workers(const Workers&) = delete;
+  Workers& operator=(const Workers&) = delete;
+
+  void submit(Job& job) {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      job.submitted = true;
+      queue_.push_back(&job);
+    }
+    wake_.notify_one();
+  }
+  void waitFor(const Job& job) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    done_.wait(lock, [&] { return job.done; });
+  }
+
+ private:
+  void loop() {
+    for (;;) {
+      Job* job = nullptr;
+      {
+        std::unique_lock<std::mutex> lock(mutex_);
+        wake_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
+        if (queue_.empty()) return;
+        job = queue_.front();
+        queue_.pop_front();
+      }
+      run_(*job);
+      {
+        std::lock_guard<std::mutex> lock(mutex_);
+        job->done = true;
+      }
+      done_.notify_all();
+    }
+  }
+
+  std::function<void(Job&)> run_;
+  std::mutex mutex_;
+  std::condition_variable wake_, done_;
+  std::deque<Job*> queue_;
+  bool stopping_ = false;
+  std::vector<std::thread> threads_;
+};
+
+}  // namespace
+
+// Plays back what the worker held back, as a single thread would have told
+// it, and publishes the file into its folder, made only now.
+bool ReaderCore::finishDecodedAhead(const Entry& entry, FileWork& work) {
+  std::string leaf;
+  const FolderFd dir = prepareFile(entry, leaf);
+  if (!dir) return false;
+  const ZLibCallbackAction action =
+      progress_.report(kZLibStateEntryStart, 0, entry.name.c_str(), entry.path.c_str(), false);
+  if (action == kZLibAbort) return false;
+  if (action == kZLibSkip) return true;
+  // Left to this thread: opening up a read-only folder changes shared state.
+  if (work.opened && work.createError == EACCES) {
+    work.dir = dir;
+    decodeHere(entry, work);
+    return finishFile(entry, work, dir, leaf);
+  }
+  for (int i = 0; i < work.createRetries; ++i) {
+    log(kLogLevelDetail, "Failed to open file : %s with code %s", entry.path.c_str(),
+        StringUtils::GetLastErrorString(work.retryError).c_str());
+  }
+  for (uint64_t bytes : work.reports) {
+    const uint32_t n = bytes > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(bytes);
+    if (progress_.report(kZLibStateEntryData, n, nullptr, nullptr, false) != kZLibContinue) {
+      work.outcome = ContentOutcome::failed(ContentOutcome::Result::kAborted, "");
+      break;
+    }
+  }
+  return finishFile(entry, work, dir, leaf);
+}
+
+bool ReaderCore::extractInParallel(const char* destFolder, bool junkPaths, unsigned long mode) {
+  std::vector<Entry> entries;
+  do {
+    entries.emplace_back();
+    planEntry(destFolder, junkPaths, mode, entries.back());
+  } while (gotoNextFile(nullptr));
+
+  std::vector<std::unique_ptr<Job>> jobs(entries.size());
+  std::atomic<bool> cancelled{false};
+  const char* password = password_;
+  const ContentWriter writer = traits_.writeContent;
+  Workers workers(threads_, [&](Job& job) {
+    const DataReporter hold = [&](uint64_t bytes) {
+      job.work.reports.push_back(bytes);
+      return !cancelled.load(std::memory_order_relaxed);
+    };
+    decodeFile(archive_, password, writer, job.work, hold, nullptr);
+  });
+
+  // A file ahead is staged in the deepest of its folders that exists now:
+  // folders are made only at the file's turn, as on one thread, and a
+  // rename within one file system may cross folders.
+  const size_t ahead = threads_ * kAheadPerThread;
+  size_t next = 0;
+  auto submitUpTo = [&](size_t end) {
+    for (; next < entries.size() && next < end; ++next) {
+      const Entry& e = entries[next];
+      jobs[next] = std::make_unique<Job>();
+      if (!e.refusal.empty() || e.type != EntryType::kFile || e.strayCompanion || e.rel.empty()) {
+        continue;
+      }
+      Job& job = *jobs[next];
+      fillWork(e, job.work);
+      const size_t slash = e.rel.rfind('/');
+      job.work.dir =
+          dest_.deepestExisting(slash == std::string::npos ? "" : e.rel.substr(0, slash));
+      if (job.work.dir) workers.submit(job);
+    }
+  };
+
+  bool ok = true;
+  for (size_t i = 0; ok && i < entries.size(); ++i) {
+    submitUpTo(i + ahead);
+    Job& job = *jobs[i];
+    if (job.submitted) {
+      workers.waitFor(job);
+      ok = finishDecodedAhead(entries[i], job.work);
+    } else {
+      ok = extractPlanned(entries[i]);
+    }
+    jobs[i].reset();
+  }
+  // Work decoded ahead of a failure or an abort is dropped unpublished.
+  cancelled = true;
+  return ok;
+}
+
+}  // namespace velzip
