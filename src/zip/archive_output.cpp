@@ -10,6 +10,7 @@
 
 #include "lzma/payload_encoder.h"
 #include "zip/failure_text.h"
+#include "zip/zip64_end.h"
 
 namespace velzip {
 namespace {
@@ -192,6 +193,25 @@ size_t ArchiveOutput::read(uint8_t* data, size_t size) {
     pos_ += static_cast<uint64_t>(n);
   }
   return done;
+}
+
+bool ArchiveOutput::completeEnd(uint64_t entries) {
+  if (entries < 0xFFFF || dropping_) return error_ == 0;
+  uint8_t tail[kEndRecordSize + kZip64LocatorSize];
+  const size_t n = static_cast<size_t>(std::min<uint64_t>(sizeof tail, end_));
+  pos_ = end_ - n;
+  if (n < kEndRecordSize || read(tail, n) != n) return false;
+  if (hasZip64Locator(tail, n)) return true;
+  uint8_t record[kEndRecordSize];
+  std::memcpy(record, tail + n - kEndRecordSize, kEndRecordSize);
+  const std::string records = zip64EndRecords(record, end_ - kEndRecordSize, entries);
+  if (records.empty()) {
+    fail(EINVAL);
+    return false;
+  }
+  pos_ = end_ - kEndRecordSize;
+  write(reinterpret_cast<const uint8_t*>(records.data()), records.size());
+  return error_ == 0;
 }
 
 bool ArchiveOutput::publish() {

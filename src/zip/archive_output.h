@@ -52,6 +52,9 @@ class ArchiveOutput {
   // an archive that is to be discarded.
   void dropWrites() { dropping_ = true; }
 
+  // Once the zip layer has finished: adds the zip64 end records it leaves
+  // out for more than 65,534 entries. False when that fails (error() says why).
+  bool completeEnd(uint64_t entries);
   // Puts the archive at its path. False with errno set; discard() then
   // removes the staged file.
   bool publish();

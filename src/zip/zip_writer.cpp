@@ -95,6 +95,7 @@ bool ZipWriter::open(const char* zipPath, const char* baseDir, bool append) {
     return fail(std::string("cannot create ") + path + ": the zip layer refused it");
   }
   archivePath_ = path;
+  entries_ = 0;
   scratch_.payload.setSpillFolder(output_.folder());
 
   if (baseDir == nullptr) {
@@ -111,10 +112,14 @@ bool ZipWriter::close() {
   base_[0] = '\0';
   if (zip_ == nullptr) return true;
   scratch_.payload.release();  // its file lives in the archive's folder
+  // Spoilt earlier: why was said then.
+  const bool spoilt = output_.error() != 0;
   const int closed = zipClose(zip_, nullptr);
   zip_ = nullptr;
-  bool ok = true;
-  if (closed != ZIP_OK || output_.error() != 0) {
+  bool ok = !spoilt;
+  if (spoilt) {
+    if (lastError_.empty()) failWrite();
+  } else if (closed != ZIP_OK || !output_.completeEnd(entries_)) {
     ok = failWrite();
   } else if (!output_.publish()) {
     const int err = errno;
@@ -220,7 +225,10 @@ bool ZipWriter::addContent(const char* storedName, const zip_fileinfo& zi, const
   EntryContent content;
   if (!format_.prepareContent(source, scratch_, content)) {
     if (source.error() != 0) return fail(failureText("cannot read", sourcePath, source.error()));
+    // A payload that cannot be staged cannot go in: the archive can never be
+    // completed and is not published.
     if (const int err = scratch_.payload.error()) {
+      output_.fail(err);
       return fail(failureText(std::string("cannot stage the payload of ") + sourcePath + " beside",
                               archivePath_, err));
     }
@@ -298,6 +306,7 @@ int ZipWriter::openEntry(const char* storedName, const zip_fileinfo& zi,
       static_cast<uInt>(times.size()), nullptr, format_.method, format_.level, deflated ? 1 : 0,
       -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, format_.versionMadeBy,
       format_.nameFlags ? format_.nameFlags(storedName) : 0, zip64 ? 1 : 0);
+  if (err == ZIP_OK) ++entries_;
   if (err == ZIP_OK && deflated && !deflater_.begin(format_.level)) {
     zipCloseFileInZipRaw64(zip_, 0, 0);
     err = ZIP_INTERNALERROR;

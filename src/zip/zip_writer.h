@@ -80,8 +80,8 @@ const WriterFormat& deflateWriterFormat();
 // gets a complete entry (and the call still fails). A format-0 entry cut
 // short by a read error or the callback is closed with the sizes of what
 // was written and a CRC that cannot match, so every zip tool reports it
-// damaged. A failed write to the archive itself spoils the whole archive:
-// it is then never published.
+// damaged. A failed write to the archive or to a payload staged beside it
+// spoils the whole archive: it is then never published.
 class ZipWriter {
  public:
   explicit ZipWriter(const WriterFormat& format) : format_(format) {}
@@ -159,6 +159,7 @@ class ZipWriter {
   const WriterFormat& format_;
   zipFile zip_ = nullptr;
   ArchiveOutput output_;
+  uint64_t entries_ = 0;  // opened in this archive
   std::string archivePath_;
   std::string lastError_;
   char base_[kPathBufferSize] = {};
