@@ -1,5 +1,5 @@
 // Both archive writers (test /0 is format 0, /1 format 1): stored names,
-// entry layout, links, progress answers, temporary files, the folder walk,
+// entry layout, links, progress answers, nothing in /tmp, the folder walk,
 // companions, the one-call forms and log lines. Archives are read back with
 // the zip layer and the payload codec directly, and round trip through the
 // format's reader, unzip, bsdtar and Python's zipfile.

@@ -74,7 +74,6 @@ struct CompressJob {
   uint64_t currentSize = 0, currentCounted = 0;
   bool currentIsCompanion = false;
   bool aborted = false;
-  std::string lastItem;
 };
 
 std::string relativeTo(const std::string& folder, const char* path) {
@@ -94,7 +93,6 @@ ZLibCallbackAction onCompress(ZLibCBData* d) {
       job->currentSize = 0;
       if (!job->currentIsCompanion && d->filePath != nullptr) {
         job->currentSize = fileSize(d->filePath);
-        job->lastItem = d->filePath;
       }
       break;
     case kZLibStateEntryData:
