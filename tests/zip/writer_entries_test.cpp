@@ -182,33 +182,31 @@ TYPED_TEST(Entries, SeventyThousandEntries) {
   EXPECT_TRUE(!TypeParam::zero || runQuietly("unzip -tq '" + archive + "'") == 0);
 }
 
-// Descriptors open on deleted files, by the folder they were made in.
+// Descriptors open on unnamed (or deleted) files, by their folder.
 std::map<std::string, int> unnamedFilesOpen() {
   std::map<std::string, int> out;
-  for (const auto& fd : std::filesystem::directory_iterator("/proc/self/fd")) {
-    std::error_code ec;
-    const std::string target = std::filesystem::read_symlink(fd.path(), ec).string();
-    const std::string deleted = " (deleted)";
-    if (ec || target.size() < deleted.size() ||
-        target.compare(target.size() - deleted.size(), deleted.size(), deleted) != 0) {
-      continue;
+  const std::string deleted = " (deleted)";
+  for (const auto& target : openFileTargets()) {
+    if (target.size() > deleted.size() &&
+        target.compare(target.size() - deleted.size(), deleted.size(), deleted) == 0) {
+      ++out[target.substr(0, target.rfind('/'))];
     }
-    ++out[target.substr(0, target.rfind('/'))];
   }
   return out;
 }
 
 struct Watch {
   std::map<std::string, int> unnamed;  // the most seen during the data phase
-  std::set<std::string> tmpBefore = writerTempFiles(), tmpDuring;
+  std::set<std::string> inTmp;         // files open directly in /tmp meanwhile
 
   static ZLibCallbackAction callback(ZLibCBData* d) {
     auto* self = static_cast<Watch*>(d->userData);
     if (d->state == kZLibStateEntryData) {
       for (const auto& [folder, n] : unnamedFilesOpen())
         self->unnamed[folder] = std::max(self->unnamed[folder], n);
-      for (const auto& n : writerTempFiles())
-        if (self->tmpBefore.count(n) == 0) self->tmpDuring.insert(n);
+      for (const auto& target : openFileTargets())
+        if (target.rfind("/tmp/", 0) == 0 && target.find('/', 5) == std::string::npos)
+          self->inTmp.insert(target);
     }
     return kZLibContinue;
   }
@@ -231,7 +229,7 @@ TYPED_TEST(Entries, PayloadsStayBesideTheArchive) {
   // The archive itself, and format 1's payload beyond the cap, are unnamed
   // files in the archive's folder; nothing is made in /tmp.
   EXPECT_EQ((std::map<std::string, int>{{out, TypeParam::zero ? 1 : 2}}), watch.unnamed);
-  EXPECT_TRUE(watch.tmpDuring.empty());
+  EXPECT_TRUE(watch.inTmp.empty());
   EXPECT_EQ(std::set<std::string>{"a.zip"}, folderItems(out));
   EXPECT_EQ(fds, openDescriptors());
   const auto e = probe(out + "/a.zip");

@@ -130,6 +130,18 @@ inline std::set<std::string> folderItems(const std::string& folder) {
   return out;
 }
 
+// The files (not folders) this process has open; an unnamed or deleted one
+// shows as its folder, "/#<inode>" and " (deleted)".
+inline std::vector<std::string> openFileTargets() {
+  std::vector<std::string> out;
+  for (const auto& fd : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code ec;
+    const std::string target = std::filesystem::read_symlink(fd.path(), ec).string();
+    if (!ec && !std::filesystem::is_directory(fd.path(), ec)) out.push_back(target);
+  }
+  return out;
+}
+
 inline size_t openDescriptors() {
   size_t n = 0;
   for (auto it = std::filesystem::directory_iterator("/proc/self/fd");
