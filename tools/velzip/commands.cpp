@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,6 +6,7 @@
 #include <cinttypes>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 
 #include "archive_scan.h"
 #include "cli.h"
@@ -149,14 +149,11 @@ bool compressWith(Writer& writer, const std::string& archive, const std::string&
 enum class Content { kZip, kOther, kUnreadable };
 
 Content archiveContent(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) return Content::kUnreadable;
+  std::ifstream in(path, std::ios::binary);
   char head[4] = {};
-  const ssize_t n = read(fd, head, sizeof head);
-  close(fd);
-  if (n < 0) return Content::kUnreadable;
-  const bool zip =
-      n == 4 && (std::memcmp(head, "PK\3\4", 4) == 0 || std::memcmp(head, "PK\5\6", 4) == 0);
+  if (!in.is_open() || (!in.read(head, sizeof head) && !in.eof())) return Content::kUnreadable;
+  const bool zip = in.gcount() == 4 &&
+                   (std::memcmp(head, "PK\3\4", 4) == 0 || std::memcmp(head, "PK\5\6", 4) == 0);
   return zip ? Content::kZip : Content::kOther;
 }
 
@@ -234,8 +231,10 @@ int runCompress(const Options& opt, Display& display) {
 
   struct stat existing;
   const bool replacing = stat(archive.c_str(), &existing) == 0;
-  if (replacing && S_ISDIR(existing.st_mode))
-    return fail(display, "cannot replace " + opt.operands[1] + ": it is a folder");
+  if (replacing && !S_ISREG(existing.st_mode)) {
+    return fail(display, "cannot replace " + opt.operands[1] + ": it is " +
+                             (S_ISDIR(existing.st_mode) ? "a folder" : "not a regular file"));
+  }
   if (replacing && !opt.force) {
     const Content content = archiveContent(archive);
     if (content == Content::kUnreadable) {
