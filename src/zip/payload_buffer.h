@@ -18,7 +18,9 @@ namespace velzip {
 
 class PayloadBuffer {
  public:
-  static constexpr size_t kDefaultMemoryCap = size_t{8} << 20;
+  // Past a few MiB the encoding costs seconds and a trip through the page
+  // cache nothing, while memory adds to the encoder's own for a large file.
+  static constexpr size_t kDefaultMemoryCap = size_t{4} << 20;
 
   explicit PayloadBuffer(size_t memoryCap = kDefaultMemoryCap) : cap_(memoryCap) {}
   PayloadBuffer(const PayloadBuffer&) = delete;

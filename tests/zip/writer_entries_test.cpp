@@ -215,7 +215,7 @@ struct Watch {
 TYPED_TEST(Entries, PayloadsStayBesideTheArchive) {
   using Handler = typename TypeParam::Handler;
   const TempDir& tmp = this->tmp;
-  const std::string out = tmp / "out", big = noiseBytes(9 << 20, 9);  // beyond the memory cap
+  const std::string out = tmp / "out", big = noiseBytes(6 << 20, 9);  // beyond the memory cap
   ASSERT_EQ(0, mkdir(out.c_str(), 0755));
   writeFile(tmp / "big", big);
   const size_t fds = openDescriptors();

@@ -137,8 +137,8 @@ TYPED_TEST(Publishing, FullDiskKeepsTheOldArchive) {
     size_t size;
     std::string what;
   } cases[] = {{3 << 20, "cannot write " + archive},
-               {10 << 20, TypeParam::zero ? "cannot write " + archive
-                                          : "cannot stage the payload of " + src + "/big"}};
+               {6 << 20, TypeParam::zero ? "cannot write " + archive
+                                         : "cannot stage the payload of " + src + "/big"}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.size);
     writeFile(src + "/big", noiseBytes(c.size, 3));
@@ -196,7 +196,7 @@ TYPED_TEST(Publishing, KilledMidWayLeavesNothing) {
   ASSERT_EQ(0, mkdir(src.c_str(), 0755));
   ASSERT_EQ(0, mkdir(out.c_str(), 0755));
   for (const char* name : {"a", "b", "c", "d"}) writeFile(src + "/" + name, sampleBytes(3000, 4));
-  writeFile(src + "/big", noiseBytes(9 << 20, 5));  // beyond the memory cap
+  writeFile(src + "/big", noiseBytes(6 << 20, 5));  // beyond the memory cap
   for (const int atStart : {3, 0}) {
     SCOPED_TRACE(atStart);
     writeFile(archive, "the old archive");
