@@ -3,8 +3,11 @@
 // Regular files become stored zip entries holding an LZMA2 payload, with the
 // restored size as decimal text in the local extra field; links are stored as
 // their target, folders as names ending in "/". Modes travel in the upper 16
-// bits of the external attributes. Failures return false and leave the
-// archive open and usable.
+// bits of the external attributes, modification times also as UTC seconds in
+// each entry's central record. Failures return false, say why in lastError()
+// and the log, and leave the archive open and usable, except a failed write
+// to the archive itself: such an archive is never published. Nothing is
+// written outside the archive's folder.
 #ifndef VELZIP_VELZIPHANDLER_H
 #define VELZIP_VELZIPHANDLER_H
 
@@ -39,12 +42,26 @@ class VELZIP_API VelZipHandler {
   VelZipHandler& operator=(const VelZipHandler&) = delete;
 
   // Closes any open archive first. A relative zipPath is taken from the
-  // current directory. append writes the archive after the bytes already in
-  // the file (a missing file is simply created). baseDir null: the archive's
-  // folder becomes the base folder; "" leaves it empty.
+  // current directory. The archive is built in a new file in zipPath's
+  // folder and appears at zipPath only when it is closed; whatever stands
+  // there is untouched until then. append starts the new file with a copy
+  // of the bytes already at zipPath (a missing file is simply created).
+  // baseDir null: the archive's folder becomes the base folder; "" leaves
+  // it empty.
   bool openZip(const char* zipPath, const char* baseDir, bool append);
-  // Writes the central directory. True also when nothing was open.
+  // Writes the central directory and puts the archive at its path, in place
+  // of what stood there (a replaced file's permission bits are kept, and the
+  // new archive reaches the disk before the old one goes). False, with the
+  // old file left as it was, when the archive cannot be written. True also
+  // when nothing was open. The destructor closes the same way.
   bool closeZip();
+  // Abandons the open archive: nothing is written at its path. False when
+  // no archive was open.
+  bool discardZip();
+  // Why the most recent call failed since openZip, naming the file and the
+  // system's reason ("cannot read /x/src/key: Permission denied"); "" when
+  // nothing failed.
+  const char* lastError() const;
 
   // Adds one file or link. Without entryName the stored name is derived from
   // path: its last component when flatten, else the part after the base folder

@@ -1,10 +1,14 @@
 // velzip: the format-0 (legacy) archive writer.
 //
 // Writes ordinary zip archives that any zip tool reads: every entry is
-// deflated by the zip layer at its default level and carries no extra field.
+// deflated by the zip layer at its default level and carries the
+// modification time as UTC seconds (extended timestamp) besides its DOS time.
 // Links are stored as their target, folders as names ending in "/", modes in
 // the upper 16 bits of the external attributes. The folder walk adds a
-// "__MACOSX/" metadata companion after every file. This writer never logs.
+// "__MACOSX/" metadata companion after every file. An entry cut short (a read
+// error, a callback that stops it) is closed with a CRC that cannot match,
+// so that zip tools report it damaged. This writer never logs: lastError()
+// says why a call failed.
 #ifndef VELZIP_ZIPHANDLER_H
 #define VELZIP_ZIPHANDLER_H
 
@@ -30,12 +34,26 @@ class VELZIP_API ZipHandler {
   ZipHandler& operator=(const ZipHandler&) = delete;
 
   // Closes any open archive first. A relative zipPath is taken from the
-  // current directory. append writes the archive after the bytes already in
-  // the file (a missing file is simply created). baseDir null: the archive's
-  // folder becomes the base folder; "" leaves it empty.
+  // current directory. The archive is built in a new file in zipPath's
+  // folder and appears at zipPath only when it is closed; whatever stands
+  // there is untouched until then. append starts the new file with a copy
+  // of the bytes already at zipPath (a missing file is simply created).
+  // baseDir null: the archive's folder becomes the base folder; "" leaves
+  // it empty.
   bool openZip(const char* zipPath, const char* baseDir, bool append);
-  // Writes the central directory. True also when nothing was open.
+  // Writes the central directory and puts the archive at its path, in place
+  // of what stood there (a replaced file's permission bits are kept, and the
+  // new archive reaches the disk before the old one goes). False, with the
+  // old file left as it was, when the archive cannot be written. True also
+  // when nothing was open. The destructor closes the same way.
   bool closeZip();
+  // Abandons the open archive: nothing is written at its path. False when
+  // no archive was open.
+  bool discardZip();
+  // Why the most recent call failed since openZip, naming the file and the
+  // system's reason ("cannot read /x/src/key: Permission denied"); "" when
+  // nothing failed.
+  const char* lastError() const;
 
   // Adds one file or link, read straight from path. Without entryName the
   // stored name is path's last component when flatten, else for absolute

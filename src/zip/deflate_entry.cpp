@@ -2,9 +2,6 @@
 // temporary file and the progress reports count source bytes. Entries say
 // they were made on Unix, and non-ASCII names are marked as UTF-8, so that
 // other zip tools restore modes, links and names.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <utf8proc.h>
 
 #include <cstdint>
@@ -21,19 +18,10 @@ constexpr uint64_t kZip64Threshold = 0xFFFFFFFFu - (64u << 20);
 constexpr unsigned long kMadeOnUnix = (3u << 8) | 20u;  // zip 2.0
 constexpr unsigned long kUtf8NameFlag = 0x800;
 
-bool openSource(const char* sourcePath, WriterScratch& scratch, EntryContent& out) {
-  // A companion is read through the descriptor it was packed into: opening
-  // and closing a just-truncated file makes some file systems flush it.
-  if (scratch.companion.exists() && scratch.companion.path() == sourcePath) {
-    out.fd = scratch.companion.fd();
-    return lseek(out.fd, 0, SEEK_SET) == 0;
-  }
-  out.owned.reset(::open(sourcePath, O_RDONLY | O_CLOEXEC));
-  if (!out.owned.ok()) return false;
-  struct stat st;
-  if (fstat(out.owned.get(), &st) != 0) return false;
-  out.fd = out.owned.get();
-  out.zip64 = static_cast<uint64_t>(st.st_size) >= kZip64Threshold;
+// Deflated while it is read into the entry.
+bool readWhileWriting(EntrySource& source, WriterScratch& /*scratch*/, EntryContent& out) {
+  out.source = &source;
+  out.zip64 = source.size() >= kZip64Threshold;
   return true;
 }
 
@@ -54,15 +42,16 @@ unsigned long utf8NameFlag(const char* storedName) {
 }
 
 constexpr WriterFormat kDeflateFormat = {
-    nullptr,       // logComponent: never logs
-    8,             // method: deflate
-    -1,            // level: zlib's default
-    1,             // extraNameSkip: one character beyond the base folder
-    false,         // subFolderEntries
-    true,          // companionAfterEachFile
-    openSource,    // prepareContent
-    kMadeOnUnix,   // versionMadeBy
-    utf8NameFlag,  // nameFlags
+    nullptr,           // logComponent: never logs
+    8,                 // method: deflate
+    -1,                // level: zlib's default
+    1,                 // extraNameSkip: one character beyond the base folder
+    false,             // subFolderEntries
+    true,              // companionAfterEachFile
+    true,              // localTimestamp
+    readWhileWriting,  // prepareContent
+    kMadeOnUnix,       // versionMadeBy
+    utf8NameFlag,      // nameFlags
 };
 
 }  // namespace

@@ -64,13 +64,13 @@ int EntryDeflater::write(zipFile zip, const void* data, unsigned len) {
   return pump(zip, Z_NO_FLUSH);
 }
 
-int EntryDeflater::finish(zipFile zip) {
+int EntryDeflater::finish(zipFile zip, bool complete) {
   if (!active_) return ZIP_PARAMERROR;
   active_ = false;
   stream_.next_in = nullptr;
   stream_.avail_in = 0;
   const int err = pump(zip, Z_FINISH);
-  const int closed = zipCloseFileInZipRaw64(zip, size_, crc_);
+  const int closed = zipCloseFileInZipRaw64(zip, size_, complete ? crc_ : crc_ ^ 0xFFFFFFFFu);
   return err != ZIP_OK ? err : closed;
 }
 

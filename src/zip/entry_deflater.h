@@ -28,8 +28,11 @@ class EntryDeflater {
   // Deflates data into the open entry; a zip-layer result code.
   int write(zipFile zip, const void* data, unsigned len);
   // Ends the deflate stream and closes the entry with its size and CRC, even
-  // after a failed write, so that the archive stays usable.
-  int finish(zipFile zip);
+  // after a failed write, so that the archive stays usable. An entry that is
+  // not complete gets a CRC that cannot match what it holds, so that every
+  // zip tool reports it damaged instead of taking the start of a file for
+  // the whole of it.
+  int finish(zipFile zip, bool complete = true);
 
  private:
   int pump(zipFile zip, int flush);

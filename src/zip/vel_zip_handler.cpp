@@ -20,6 +20,14 @@ bool VelZipHandler::closeZip() {
   return writer_->close();
 }
 
+bool VelZipHandler::discardZip() {
+  return writer_->discard();
+}
+
+const char* VelZipHandler::lastError() const {
+  return writer_->lastError();
+}
+
 bool VelZipHandler::addFileToZip(const char* path, const char* entryName, bool flatten) {
   return writer_->addFile(path, entryName, flatten);
 }

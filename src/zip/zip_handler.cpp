@@ -18,6 +18,14 @@ bool ZipHandler::closeZip() {
   return writer_->close();
 }
 
+bool ZipHandler::discardZip() {
+  return writer_->discard();
+}
+
+const char* ZipHandler::lastError() const {
+  return writer_->lastError();
+}
+
 bool ZipHandler::addFileToZip(const char* path, const char* entryName, bool flatten) {
   return writer_->addFile(path, entryName, flatten);
 }

@@ -1,6 +1,6 @@
 #include "zip/zip_writer.h"
 
-#include <dirent.h>
+#include <fcntl.h>
 #include <libgen.h>
 #include <strings.h>
 #include <sys/stat.h>
@@ -8,89 +8,43 @@
 #include <zlib.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string>
 
 #include "lzma/entry_layout.h"
-#include "platform/apple_double.h"
 #include "velzip/StringUtils.h"
+#include "zip/failure_text.h"
+#include "zip/timestamp_extra.h"
 
 namespace velzip {
 namespace {
 
 constexpr size_t kBlockSize = 65536;
 constexpr size_t kLinkTargetSize = 65536;
-constexpr char kCompanionTemplate[] = "/tmp/ulvozip.temp.XXXXXX";
 
-class ScopedDir {
- public:
-  explicit ScopedDir(const char* path) : dir_(opendir(path)) {}
-  ~ScopedDir() {
-    if (dir_ != nullptr) closedir(dir_);
-  }
-  ScopedDir(const ScopedDir&) = delete;
-  ScopedDir& operator=(const ScopedDir&) = delete;
-  DIR* get() const { return dir_; }
-
- private:
-  DIR* dir_;
-};
-
-class ScopedFile {
- public:
-  explicit ScopedFile(FILE* file) : file_(file) {}
-  ~ScopedFile() {
-    if (file_ != nullptr) std::fclose(file_);
-  }
-  ScopedFile(const ScopedFile&) = delete;
-  ScopedFile& operator=(const ScopedFile&) = delete;
-  FILE* get() const { return file_; }
-
- private:
-  FILE* file_;
-};
-
-bool isDotOrDotDot(const char* name) {
-  return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+const char* kindOf(mode_t mode) {
+  if (S_ISDIR(mode)) return "a folder";
+  if (S_ISFIFO(mode)) return "a fifo";
+  if (S_ISSOCK(mode)) return "a socket";
+  if (S_ISCHR(mode)) return "a character device";
+  if (S_ISBLK(mode)) return "a block device";
+  return "of an unknown kind";
 }
 
-// Some file systems leave the type to lstat.
-bool listedAsDirectory(const dirent* entry, const char* childPath) {
-  if (entry->d_type != DT_UNKNOWN) return entry->d_type == DT_DIR;
-  struct stat st;
-  return lstat(childPath, &st) == 0 && S_ISDIR(st.st_mode);
+std::string notRegular(const char* path, mode_t mode) {
+  return std::string("cannot add ") + path + ": it is " + kindOf(mode) + ", not a regular file";
 }
 
-void trimTrailingSeparators(char* path) {
-  size_t len = std::strlen(path);
-  while (len > 1 && (path[len - 1] == '/' || path[len - 1] == '\\')) path[--len] = '\0';
-}
+}  // namespace
 
-void childPath(char (&child)[kPathBufferSize], const char* folder, const char* name) {
-  boundedCopy(child, folder);
-  boundedAppend(child, "/");
-  boundedAppend(child, name);
-}
-
-std::string toUtf8(const char* text) {
+std::string nativeToUtf8(const char* text) {
   std::string out;
   StringUtils::NativeToUTF8(text, out, nullptr);
   return out;
 }
 
-ssize_t readSome(int fd, char* buf, size_t size) {
-  for (;;) {
-    const ssize_t n = ::read(fd, buf, size);
-    if (n >= 0 || errno != EINTR) return n;
-  }
-}
-
-}  // namespace
-
 ZipWriter::~ZipWriter() {
-  if (zip_ != nullptr) zipClose(zip_, nullptr);
+  close();
 }
 
 char* ZipWriter::buffer() {
@@ -98,11 +52,22 @@ char* ZipWriter::buffer() {
   return buffer_.get();
 }
 
+bool ZipWriter::fail(const std::string& message) {
+  lastError_ = message;
+  log(kLogLevelError, "%s", message.c_str());
+  return false;
+}
+
+bool ZipWriter::failWrite() {
+  if (output_.error() == 0) output_.fail(EIO);
+  return fail(failureText("cannot write", archivePath_, output_.error()));
+}
+
 bool ZipWriter::open(const char* zipPath, const char* baseDir, bool append) {
-  if (zip_ != nullptr) zipClose(zip_, nullptr);
-  zip_ = nullptr;
+  if (zip_ != nullptr) close();
+  lastError_.clear();
   base_[0] = '\0';
-  if (zipPath == nullptr || zipPath[0] == '\0') return false;
+  if (zipPath == nullptr || zipPath[0] == '\0') return fail("no archive path given");
 
   char path[kPathBufferSize];
   if (zipPath[0] == '/') {
@@ -120,10 +85,18 @@ bool ZipWriter::open(const char* zipPath, const char* baseDir, bool append) {
     boundedAppend(path, zipPath);
   }
 
-  struct stat st;
-  if (append && lstat(path, &st) != 0) append = false;
-  zip_ = zipOpen(path, append ? APPEND_STATUS_CREATEAFTER : APPEND_STATUS_CREATE);
-  if (zip_ == nullptr) return false;
+  std::string why;
+  if (!output_.create(path, append, why)) return fail(why);
+  zip_ = zipOpen2_64(path,
+                     output_.continuesExisting() ? APPEND_STATUS_CREATEAFTER : APPEND_STATUS_CREATE,
+                     nullptr, output_.functions());
+  if (zip_ == nullptr) {
+    output_.discard();
+    return fail(std::string("cannot create ") + path + ": the zip layer refused it");
+  }
+  archivePath_ = path;
+  entries_ = 0;
+  scratch_.payload.setSpillFolder(output_.folder());
 
   if (baseDir == nullptr) {
     char copy[kPathBufferSize];
@@ -136,11 +109,37 @@ bool ZipWriter::open(const char* zipPath, const char* baseDir, bool append) {
 }
 
 bool ZipWriter::close() {
-  bool ok = true;
-  if (zip_ != nullptr) ok = zipClose(zip_, nullptr) == ZIP_OK;
-  zip_ = nullptr;
   base_[0] = '\0';
+  if (zip_ == nullptr) return true;
+  scratch_.payload.release();  // its file lives in the archive's folder
+  // Spoilt earlier: why was said then.
+  const bool spoilt = output_.error() != 0;
+  const int closed = zipClose(zip_, nullptr);
+  zip_ = nullptr;
+  bool ok = !spoilt;
+  if (spoilt) {
+    if (lastError_.empty()) failWrite();
+  } else if (closed != ZIP_OK || !output_.completeEnd(entries_)) {
+    ok = failWrite();
+  } else if (!output_.publish()) {
+    const int err = errno;
+    ok = fail(failureText(output_.replacesExisting() ? "cannot replace" : "cannot create",
+                          archivePath_, err));
+  }
+  output_.discard();
   return ok;
+}
+
+bool ZipWriter::discard() {
+  base_[0] = '\0';
+  if (zip_ == nullptr) return false;
+  scratch_.payload.release();
+  // The zip layer frees its state only by finishing the archive.
+  output_.dropWrites();
+  zipClose(zip_, nullptr);
+  zip_ = nullptr;
+  output_.discard();
+  return true;
 }
 
 void ZipWriter::prepareSourcePath(char* path) const {
@@ -159,14 +158,8 @@ bool ZipWriter::startsWithBase(const char* path) const {
   return strncasecmp(path, base_, std::strlen(base_)) == 0;
 }
 
-bool ZipWriter::addFile(const char* path, const char* entryName, bool flatten) {
-  if (zip_ == nullptr || path == nullptr) return false;
-  if (!flatten && std::strncmp(path, "..\\", 3) == 0) return false;
-
-  char source[kPathBufferSize];
-  boundedCopy(source, path);
-  prepareSourcePath(source);
-
+bool ZipWriter::storedNameFor(const char* path, const char* entryName, bool flatten,
+                              std::string& out) {
   char name[kPathBufferSize];
   if (entryName != nullptr) {
     boundedCopy(name, entryName);
@@ -184,43 +177,136 @@ bool ZipWriter::addFile(const char* path, const char* entryName, bool flatten) {
   } else {
     boundedCopy(name, path);
   }
-  const std::string storedName = toUtf8(name);
+  out = nativeToUtf8(name);
+  return true;
+}
+
+bool ZipWriter::addFile(const char* path, const char* entryName, bool flatten) {
+  if (zip_ == nullptr) return fail("no archive is open");
+  if (path == nullptr) return fail("no file given");
+  if (output_.error() != 0) return failWrite();
+  if (!flatten && std::strncmp(path, "..\\", 3) == 0)
+    return fail(std::string("cannot add ") + path + ": a name starting with ..\\ needs flatten");
+
+  char source[kPathBufferSize];
+  boundedCopy(source, path);
+  prepareSourcePath(source);
+  std::string storedName;
+  if (!storedNameFor(path, entryName, flatten, storedName))
+    return fail(std::string("cannot add ") + path + ": it is outside the base folder " + base_);
 
   zip_fileinfo zi;
   struct stat st;
   const bool statOk = fillZipFileInfo(source, zi, &st);
-  if (statOk && S_ISLNK(st.st_mode)) return addLink(path, storedName.c_str(), zi);
+  const std::string times = statOk ? modificationTimeExtra(st.st_mtime) : std::string();
+  if (statOk && S_ISLNK(st.st_mode)) return addLink(path, storedName.c_str(), zi, times);
 
   const char* reportedName = entryName != nullptr ? entryName : path;
   const ZLibCallbackAction action = progress_.report(kZLibStateEntryStart, 0, reportedName, source);
-  if (action == kZLibAbort) return false;
+  if (action == kZLibAbort)
+    return fail(std::string("stopped by the progress callback at ") + source);
   if (action == kZLibSkip) return true;
 
-  // Reading a fifo or a device would block or never end.
-  if (statOk && !S_ISREG(st.st_mode)) return false;
+  // Reading a fifo or a device would block or never end, and an archive
+  // that silently lacks an item is worse than none.
+  if (statOk && !S_ISREG(st.st_mode)) return fail(notRegular(source, st.st_mode));
+  UniqueFd fd(::open(source, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+  struct stat opened;
+  if (!fd.ok() || fstat(fd.get(), &opened) != 0)
+    return fail(failureText("cannot read", source, errno));
+  if (!S_ISREG(opened.st_mode)) return fail(notRegular(source, opened.st_mode));
+  EntrySource input = EntrySource::file(fd.get(), static_cast<uint64_t>(opened.st_size));
+  return addContent(storedName.c_str(), zi, times, input, reportedName, source);
+}
 
+bool ZipWriter::addContent(const char* storedName, const zip_fileinfo& zi, const std::string& times,
+                           EntrySource& source, const char* reportedName, const char* sourcePath) {
   Operation operation(*this);
-  int err = ZIP_OK;
-  {
-    EntryContent content;
-    if (!format_.prepareContent(source, scratch_, content)) return false;
-    err = openEntry(storedName.c_str(), zi, content.localExtra, content.zip64);
-    if (err == ZIP_OK) err = copyIntoEntry(content.fd);
-    closeEntry();
+  EntryContent content;
+  if (!format_.prepareContent(source, scratch_, content)) {
+    if (source.error() != 0) return fail(failureText("cannot read", sourcePath, source.error()));
+    // A payload that cannot be staged cannot go in: the archive can never be
+    // completed and is not published.
+    if (const int err = scratch_.payload.error()) {
+      output_.fail(err);
+      return fail(failureText(std::string("cannot stage the payload of ") + sourcePath + " beside",
+                              archivePath_, err));
+    }
+    return fail(std::string("cannot encode ") + sourcePath);
   }
 
-  progress_.report(kZLibStateEntryDone, 0, reportedName, source);
-  return err == ZIP_OK;
+  CopyEnd end = CopyEnd::kWriteFailed;
+  if (openEntry(storedName, zi, content.localExtra, times, content.zip64) == ZIP_OK) {
+    end = copyIntoEntry(content);
+    const bool cutShort =
+        end == CopyEnd::kReadFailed || (end == CopyEnd::kStopped && content.payload == nullptr);
+    if (closeEntry(cutShort) != ZIP_OK && end != CopyEnd::kReadFailed) end = CopyEnd::kWriteFailed;
+  }
+  if (output_.error() != 0) end = CopyEnd::kWriteFailed;
+  progress_.report(kZLibStateEntryDone, 0, reportedName, sourcePath);
+
+  switch (end) {
+    case CopyEnd::kDone:
+      return true;
+    case CopyEnd::kStopped:
+      return fail(std::string("stopped by the progress callback at ") + sourcePath);
+    case CopyEnd::kReadFailed:
+      return fail(failureText("cannot read", sourcePath, source.error()));
+    case CopyEnd::kWriteFailed:
+      break;
+  }
+  return failWrite();
+}
+
+// Blocks of up to 64 KiB, each reported after it is written. Answers: 0 go
+// on, 1 the write failed, 2 the callback said stop.
+ZipWriter::CopyEnd ZipWriter::copyIntoEntry(const EntryContent& content) {
+  // A payload is whole before its entry opens: when the callback says stop,
+  // the copy still ends, without more reports, so that the entry is complete.
+  const bool finishAnyway = content.payload != nullptr;
+  bool stopped = false;
+  const auto put = [&](const uint8_t* data, size_t n) {
+    if (writeEntry(data, static_cast<unsigned>(n)) != ZIP_OK || output_.error() != 0) return 1;
+    if (!stopped && progress_.report(kZLibStateEntryData, static_cast<uint32_t>(n), nullptr,
+                                     nullptr) != kZLibContinue) {
+      stopped = true;
+      if (!finishAnyway) return 2;
+    }
+    return 0;
+  };
+
+  int answer = 0;
+  if (content.payload != nullptr) {
+    answer = content.payload->forEachBlock(kBlockSize, put);
+    if (answer < 0) {
+      // What cannot be read back cannot be completed: the archive is spoilt.
+      output_.fail(content.payload->error());
+      return CopyEnd::kWriteFailed;
+    }
+  } else {
+    auto* block = reinterpret_cast<uint8_t*>(buffer());
+    while (answer == 0) {
+      const ssize_t n = content.source->read(block, kBlockSize);
+      if (n < 0) return CopyEnd::kReadFailed;
+      if (n == 0) break;
+      answer = put(block, static_cast<size_t>(n));
+    }
+  }
+  if (answer == 1) return CopyEnd::kWriteFailed;
+  return stopped ? CopyEnd::kStopped : CopyEnd::kDone;
 }
 
 int ZipWriter::openEntry(const char* storedName, const zip_fileinfo& zi,
-                         const std::string& localExtra, bool zip64) {
+                         const std::string& localExtra, const std::string& times, bool zip64) {
+  const std::string local = format_.localTimestamp ? localExtra + times : localExtra;
   const bool deflated = format_.method == Z_DEFLATED;
   int err = zipOpenNewFileInZip4_64(
-      zip_, storedName, &zi, localExtra.empty() ? nullptr : localExtra.data(),
-      static_cast<uInt>(localExtra.size()), nullptr, 0, nullptr, format_.method, format_.level,
-      deflated ? 1 : 0, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0,
-      format_.versionMadeBy, format_.nameFlags ? format_.nameFlags(storedName) : 0, zip64 ? 1 : 0);
+      zip_, storedName, &zi, local.empty() ? nullptr : local.data(),
+      static_cast<uInt>(local.size()), times.empty() ? nullptr : times.data(),
+      static_cast<uInt>(times.size()), nullptr, format_.method, format_.level, deflated ? 1 : 0,
+      -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, format_.versionMadeBy,
+      format_.nameFlags ? format_.nameFlags(storedName) : 0, zip64 ? 1 : 0);
+  if (err == ZIP_OK) ++entries_;
   if (err == ZIP_OK && deflated && !deflater_.begin(format_.level)) {
     zipCloseFileInZipRaw64(zip_, 0, 0);
     err = ZIP_INTERNALERROR;
@@ -233,202 +319,37 @@ int ZipWriter::writeEntry(const void* data, unsigned len) {
                             : zipWriteInFileInZip(zip_, data, len);
 }
 
-int ZipWriter::closeEntry() {
-  return deflater_.active() ? deflater_.finish(zip_) : zipCloseFileInZip(zip_);
-}
-
-// Payload blocks of up to 64 KiB, each reported after it is written.
-int ZipWriter::copyIntoEntry(int fd) {
-  char* block = buffer();
-  for (;;) {
-    const ssize_t n = readSome(fd, block, kBlockSize);
-    if (n < 0) return ZIP_ERRNO;
-    if (n == 0) return ZIP_OK;
-    const int err = writeEntry(block, static_cast<unsigned>(n));
-    if (progress_.report(kZLibStateEntryData, static_cast<uint32_t>(n), nullptr, nullptr) !=
-        kZLibContinue) {
-      return -1;
-    }
-    if (err != ZIP_OK) return err;
-  }
+int ZipWriter::closeEntry(bool cutShort) {
+  return deflater_.active() ? deflater_.finish(zip_, !cutShort) : zipCloseFileInZip(zip_);
 }
 
 // The target as the caller named the link (not the resolved path), without
 // a progress report.
-bool ZipWriter::addLink(const char* path, const char* storedName, const zip_fileinfo& zi) {
+bool ZipWriter::addLink(const char* path, const char* storedName, const zip_fileinfo& zi,
+                        const std::string& times) {
   char* target = buffer();
   const ssize_t len = readlink(path, target, kLinkTargetSize);
-  if (len <= 0) return false;
-  if (openEntry(storedName, zi, std::string(), false) != ZIP_OK) return false;
+  if (len < 0) return fail(failureText("cannot read the link", path, errno));
+  if (len == 0) return fail(std::string("cannot add the link ") + path + ": its target is empty");
+  if (openEntry(storedName, zi, std::string(), times, false) != ZIP_OK) return failWrite();
   const int err = writeEntry(target, static_cast<unsigned>(len));
-  closeEntry();
-  return err == ZIP_OK;
+  const int closed = closeEntry(false);
+  if (err != ZIP_OK || closed != ZIP_OK || output_.error() != 0) return failWrite();
+  return true;
 }
 
+// Its failures are not the caller's (design); a failed write still spoils
+// the archive.
 void ZipWriter::addDirectoryEntry(const char* entryName, const char* folderPath) {
   char name[kPathBufferSize];
   boundedCopy(name, entryName);
   boundedAppend(name, "/");
-  const std::string stored = toUtf8(name);
+  const std::string stored = nativeToUtf8(name);
   zip_fileinfo zi;
-  fillZipFileInfo(folderPath, zi);
-  openEntry(stored.c_str(), zi, std::string(), false);
-  closeEntry();
-}
-
-bool ZipWriter::addFolder(const char* path, bool flatten, bool addRootFolder) {
-  if (zip_ == nullptr || path == nullptr) return false;
-  Operation operation(*this);
-  log(kLogLevelInfo, "Entering to add folder %s in zip (addrootfolder = %d)", path,
-      addRootFolder ? 1 : 0);
-
-  char folder[kPathBufferSize];
-  boundedCopy(folder, path);
-  prepareSourcePath(folder);
-
-  // Folder names drop one leading "/" (file names keep theirs).
-  char name[kPathBufferSize] = "";
-  if (!flatten) {
-    if (!startsWithBase(folder)) return false;
-    const size_t baseLen = std::strlen(base_);
-    const size_t len = std::strlen(folder);
-    const char* rest = folder + (baseLen < len ? baseLen : len);
-    if (rest[0] == '/') ++rest;
-    boundedCopy(name, rest);
-  }
-  if (addRootFolder) addDirectoryEntry(name, folder);
-
-  trimTrailingSeparators(folder);
-  ScopedDir dir(folder);
-  if (dir.get() == nullptr) return false;
-
-  bool result = false;
-  while (const dirent* entry = readdir(dir.get())) {
-    if (isDotOrDotDot(entry->d_name)) {
-      result = true;
-      continue;
-    }
-    char child[kPathBufferSize];
-    childPath(child, folder, entry->d_name);
-    if (listedAsDirectory(entry, child)) {
-      log(kLogLevelDetail, "Found directory %s inside directory %s", entry->d_name, folder);
-      result = addFolder(child, flatten, format_.subFolderEntries);
-    } else {
-      log(kLogLevelDetail, "Found file %s inside directory %s", entry->d_name, folder);
-      result = addFile(child, nullptr, flatten);
-      if (result && format_.companionAfterEachFile) {
-        char childName[kPathBufferSize];
-        boundedCopy(childName, name);
-        if (name[0] != '\0') boundedAppend(childName, "/");
-        boundedAppend(childName, entry->d_name);
-        result = addResourceFork(childName, child);
-      }
-    }
-    if (!result) break;
-  }
-  return result;
-}
-
-bool ZipWriter::addResourceFork(const char* entryName, const char* path) {
-  if (entryName == nullptr || path == nullptr) return false;
   struct stat st;
-  if (lstat(path, &st) == 0 && S_ISLNK(st.st_mode)) return true;
-
-  // Metadata that cannot be packed is simply not carried.
-  Operation operation(*this);
-  TempFile& companion = scratch_.companion;
-  if (!companion.exists() && !companion.createFromTemplate(kCompanionTemplate)) return true;
-  if (!companion.rewind() || appleDoublePackFd(path, companion.fd()) < 0) return true;
-
-  const std::string name = companionEntryName(entryName);
-  return addFile(companion.path().c_str(), name.c_str(), false);
-}
-
-bool ZipWriter::folderInfo(const char* path, Z_FileInfo& info) {
-  if (path == nullptr) return false;
-  char folder[kPathBufferSize];
-  boundedCopy(folder, path);
-  trimTrailingSeparators(folder);
-  ScopedDir dir(folder);
-  if (dir.get() == nullptr) return false;
-
-  bool result = true;
-  while (const dirent* entry = readdir(dir.get())) {
-    if (isDotOrDotDot(entry->d_name)) continue;
-    char child[kPathBufferSize];
-    childPath(child, folder, entry->d_name);
-    if (listedAsDirectory(entry, child)) {
-      ++info.folderCount;
-      result = folderInfo(child, info);
-    } else {
-      ++info.fileCount;
-      struct stat st;
-      if (lstat(child, &st) == 0 && S_ISREG(st.st_mode)) {
-        info.totalSize += static_cast<uint64_t>(st.st_size);
-      }
-    }
-    if (!result) break;
-  }
-  return result;
-}
-
-bool zipSingleFile(const WriterFormat& format, const char* path) {
-  if (path == nullptr) return false;
-  const std::string zipPath = std::string(path) + ".zip";
-  ZipWriter writer(format);
-  if (!writer.open(zipPath.c_str(), nullptr, false)) return false;
-  return writer.addFile(path, nullptr, false);
-}
-
-bool zipFolderBeside(const WriterFormat& format, const char* path, bool flatten) {
-  if (path == nullptr) return false;
-  const std::string zipPath = std::string(path) + ".zip";
-  ZipWriter writer(format);
-  if (!writer.open(zipPath.c_str(), nullptr, false)) return false;
-  return writer.addFolder(path, flatten, false);
-}
-
-bool zipFolderInto(const WriterFormat& format, const char* path, const char* zipPath,
-                   bool flatten) {
-  if (path == nullptr || zipPath == nullptr) return false;
-  ZipWriter writer(format);
-  if (!writer.open(zipPath, path, false)) {
-    if (format.logComponent != nullptr) {
-      logArchive(kLogLevelError, format.logComponent, "", "opening zip %s failed ", zipPath);
-    }
-    return false;
-  }
-  return writer.addFolder(path, flatten, false);
-}
-
-bool gzipFile(const std::string& path) {
-  const std::string gzPath = path + ".gz";
-  gzFile gz = gzopen(gzPath.c_str(), "ab");
-  if (gz == nullptr) return false;
-  bool result = false;
-  {
-    ScopedFile in(std::fopen(path.c_str(), "rb"));
-    if (in.get() != nullptr) {
-      char block[1024];
-      for (;;) {
-        const size_t n = std::fread(block, 1, sizeof block, in.get());
-        if (n == 0) {
-          result = std::feof(in.get()) != 0;
-          break;
-        }
-        if (gzwrite(gz, block, static_cast<unsigned>(n)) == 0) {
-          result = false;
-          break;
-        }
-        if (n < sizeof block) {
-          result = std::feof(in.get()) != 0;
-          break;
-        }
-      }
-    }
-  }
-  gzclose(gz);
-  return result;
+  const bool statOk = fillZipFileInfo(folderPath, zi, &st);
+  const std::string times = statOk ? modificationTimeExtra(st.st_mtime) : std::string();
+  if (openEntry(stored.c_str(), zi, std::string(), times, false) == ZIP_OK) closeEntry(false);
 }
 
 }  // namespace velzip

@@ -18,26 +18,27 @@
 #include "frame/progress.h"
 #include "lzma/payload_encoder.h"
 #include "velzip/VelZipHandler.h"
+#include "zip/archive_output.h"
 #include "zip/entry_deflater.h"
-#include "zip/temp_file.h"
+#include "zip/entry_source.h"
+#include "zip/payload_buffer.h"
 
 namespace velzip {
 
-// What a regular file's entry stores, produced by the format before the entry
-// is opened.
+// What a regular entry stores, produced by the format before the entry is
+// opened: the source itself (read while the entry is written) or a payload
+// made from it beforehand.
 struct EntryContent {
-  int fd = -1;             // read from its current offset to its end
+  EntrySource* source = nullptr;
+  PayloadBuffer* payload = nullptr;
   std::string localExtra;  // local extra field; empty for none
   bool zip64 = false;      // the source or the stored data reaches 4 GiB
-  UniqueFd owned;          // fd, when the format opened it for this entry only
 };
 
-// Temporary files one operation (a file, a whole folder walk) reuses from
-// entry to entry: making and deleting a file per entry costs far more than
-// the entry itself on some file systems. Removed when the operation returns.
+// What one operation (a file, a whole folder walk) reuses from entry to
+// entry; released when the operation returns.
 struct WriterScratch {
-  TempFile payload;        // the format's encoded content
-  TempFile companion;      // packed metadata on its way into a companion entry
+  PayloadBuffer payload;   // format 1's encoded content
   PayloadEncoder encoder;  // format 1's encoder, kept between files
 };
 
@@ -50,10 +51,12 @@ struct WriterFormat {
   size_t extraNameSkip;
   bool subFolderEntries;        // the walk gives sub-folders their own entry
   bool companionAfterEachFile;  // the walk packs every file's metadata too
-  // From the resolved source path (an existing regular file, or a path lstat
-  // could not see) to the stored content. False fails the add with nothing
-  // written.
-  bool (*prepareContent)(const char* sourcePath, WriterScratch& scratch, EntryContent& out);
+  // The extended timestamp goes into local headers too, not only into the
+  // central directory.
+  bool localTimestamp;
+  // From a source to the stored content. False fails the add with nothing
+  // written; the source's or the payload's error() tells why, if either has one.
+  bool (*prepareContent)(EntrySource& source, WriterScratch& scratch, EntryContent& out);
   // "Version made by" of every entry. A Unix host (upper byte 3) is what
   // other zip tools need before they apply the stored modes and links.
   unsigned long versionMadeBy = 0;
@@ -61,11 +64,24 @@ struct WriterFormat {
   unsigned long (*nameFlags)(const char* storedName) = nullptr;
 };
 
+// Stored names are UTF-8; native text already is, so this copies.
+std::string nativeToUtf8(const char* text);
+
 // Format 1: stored LZMA2 payloads.
 const WriterFormat& lzmaWriterFormat();
 // Format 0: sources deflated by the zip layer.
 const WriterFormat& deflateWriterFormat();
 
+// An archive is built in a staged file beside its path and published there
+// on close; until then the path keeps what it had.
+//
+// An entry that cannot be completed never looks complete. A format-1
+// payload is whole before its entry opens, so a callback that stops the copy
+// gets a complete entry (and the call still fails). A format-0 entry cut
+// short by a read error or the callback is closed with the sizes of what
+// was written and a CRC that cannot match, so every zip tool reports it
+// damaged. A failed write to the archive or to a payload staged beside it
+// spoils the whole archive: it is then never published.
 class ZipWriter {
  public:
   explicit ZipWriter(const WriterFormat& format) : format_(format) {}
@@ -74,9 +90,14 @@ class ZipWriter {
   ZipWriter& operator=(const ZipWriter&) = delete;
 
   bool open(const char* zipPath, const char* baseDir, bool append);
+  // Finishes the archive and publishes it.
   bool close();
+  // Abandons the archive; false when none was open.
+  bool discard();
   bool isOpen() const { return zip_ != nullptr; }
   const char* baseFolder() const { return base_; }
+  // The most recent failure since open, "" when none.
+  const char* lastError() const { return lastError_.c_str(); }
 
   void prepareSourcePath(char* path) const;
   bool addFile(const char* path, const char* entryName, bool flatten);
@@ -90,20 +111,26 @@ class ZipWriter {
   static bool folderInfo(const char* path, Z_FileInfo& info);
 
  private:
+  // How copying a source into its open entry ended.
+  enum class CopyEnd { kDone, kStopped, kReadFailed, kWriteFailed };
+
   template <class... Args>
   void log(int32_t level, const char* format, Args... args) const {
     if (format_.logComponent != nullptr)
       logArchive(level, format_.logComponent, "", format, args...);
   }
+  // Keeps message as the last error, logs it (format 1) and returns false.
+  bool fail(const std::string& message);
+  // The archive's own write error.
+  bool failWrite();
   bool startsWithBase(const char* path) const;
-  // Counts nested operations; the outermost one removes the scratch files.
+  // Counts nested operations; the outermost one releases the scratch.
   class Operation {
    public:
     explicit Operation(ZipWriter& writer) : writer_(writer) { ++writer_.depth_; }
     ~Operation() {
       if (--writer_.depth_ == 0) {
-        writer_.scratch_.payload.remove();
-        writer_.scratch_.companion.remove();
+        writer_.scratch_.payload.release();
         writer_.scratch_.encoder.release();
       }
     }
@@ -114,18 +141,27 @@ class ZipWriter {
     ZipWriter& writer_;
   };
 
+  bool storedNameFor(const char* path, const char* entryName, bool flatten, std::string& out);
   // Every entry goes through these three: deflated ones through deflater_.
   int openEntry(const char* storedName, const zip_fileinfo& zi, const std::string& localExtra,
-                bool zip64);
+                const std::string& times, bool zip64);
   int writeEntry(const void* data, unsigned len);
-  int closeEntry();
-  bool addLink(const char* path, const char* storedName, const zip_fileinfo& zi);
+  int closeEntry(bool damaged);
+  bool addLink(const char* path, const char* storedName, const zip_fileinfo& zi,
+               const std::string& times);
   void addDirectoryEntry(const char* entryName, const char* folderPath);
-  int copyIntoEntry(int fd);
+  // A regular entry from source, between its start and end reports.
+  bool addContent(const char* storedName, const zip_fileinfo& zi, const std::string& times,
+                  EntrySource& source, const char* reportedName, const char* sourcePath);
+  CopyEnd copyIntoEntry(const EntryContent& content);
   char* buffer();
 
   const WriterFormat& format_;
   zipFile zip_ = nullptr;
+  ArchiveOutput output_;
+  uint64_t entries_ = 0;  // opened in this archive
+  std::string archivePath_;
+  std::string lastError_;
   char base_[kPathBufferSize] = {};
   Progress progress_;
   void* logger_ = nullptr;

@@ -3,6 +3,7 @@
 #define VELZIP_TESTS_TOOL_TOOL_RUN_H
 
 #include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <signal.h>
@@ -17,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "support/child.h"
 #include "support/temp_dir.h"
 #include "velzip/VelUnzipHandler.h"
 
@@ -33,8 +35,9 @@ struct Result {
 
 // kMemory: stdout and stderr in memory files, so nothing blocks the tool.
 // kTerminal: a terminal as stdin, stdout and stderr; all of it lands in err.
-// kInterrupt: Ctrl-C while the tool is held mid-work, see below.
-enum class Via { kMemory, kTerminal, kInterrupt };
+// kInterrupt, kKill: Ctrl-C or SIGKILL while the tool is held mid-work, see
+// below.
+enum class Via { kMemory, kTerminal, kInterrupt, kKill };
 
 // From the start of a memory file; a pipe or terminal to its end.
 inline std::string readAll(int fd) {
@@ -47,18 +50,24 @@ inline std::string readAll(int fd) {
   return s;
 }
 
+// asNobody: as the unprivileged user 65534 (the tests run as root); status
+// 77 when that is not possible.
 inline Result run(std::vector<std::string> args, const std::string& cwd = ".",
-                  Via via = Via::kMemory) {
+                  Via via = Via::kMemory, bool asNobody = false) {
+  const bool held = via == Via::kInterrupt || via == Via::kKill;
   std::vector<char*> argv{const_cast<char*>(kTool)};
   for (auto& a : args) argv.push_back(a.data());
   argv.push_back(nullptr);
   int out[2], tty = -1;  // read end, write end
-  via == Via::kInterrupt ? pipe2(out, O_CLOEXEC)
-                         : (out[0] = out[1] = memfd_create("o", MFD_CLOEXEC));
+  held ? pipe2(out, O_CLOEXEC) : (out[0] = out[1] = memfd_create("o", MFD_CLOEXEC));
   const int err = memfd_create("err", MFD_CLOEXEC);
   winsize ws{30, 120, 0, 0};
   const pid_t pid = via == Via::kTerminal ? forkpty(&tty, nullptr, nullptr, &ws) : fork();
   if (pid == 0) {
+    if (asNobody && (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0 ||
+                     access(kTool, X_OK) != 0)) {
+      _exit(77);
+    }
     if (chdir(cwd.c_str()) != 0) _exit(126);
     if (via != Via::kTerminal && (dup2(out[1], 1) < 0 || dup2(err, 2) < 0)) _exit(126);
     execv(kTool, argv.data());
@@ -67,7 +76,7 @@ inline Result run(std::vector<std::string> args, const std::string& cwd = ".",
   Result r;
   int raw = 0;
   pid_t reaped = 0;
-  if (via == Via::kInterrupt) {
+  if (held) {
     // With -v the tool writes a line per entry to this pipe, left unread until
     // half full (its pages are not packed to the byte): the tool can then
     // write at most the other half before it blocks, held mid-work.
@@ -78,7 +87,7 @@ inline Result run(std::vector<std::string> args, const std::string& cwd = ".",
       usleep(2000);
       ioctl(out[0], FIONREAD, &pending);
     }
-    if (reaped == 0) kill(pid, SIGINT);
+    if (reaped == 0) kill(pid, via == Via::kKill ? SIGKILL : SIGINT);
     r.out = readAll(out[0]);
   } else if (via == Via::kTerminal) {
     r.err = readAll(tty);  // ends (EIO) once the tool has exited
@@ -140,6 +149,39 @@ inline std::string describe(const std::string& root, bool withFolders = true) {
   std::string out;
   for (const auto& i : items) out += i + "\n";
   return out;
+}
+
+inline std::set<std::string> folderItems(const std::string& folder) {
+  std::set<std::string> out;
+  for (const auto& item : fs::directory_iterator(folder)) out.insert(item.path().filename());
+  return out;
+}
+
+// What a writer might leave in /tmp: payloads named by GUID, companions,
+// hidden staged files.
+inline std::set<std::string> stagedInTmp() {
+  std::set<std::string> out;
+  for (const auto& item : fs::directory_iterator("/tmp")) {
+    const std::string n = item.path().filename();
+    if ((n.size() == 36 && n[8] == '-' && n.find_first_not_of("0123456789ABCDEF-") == n.npos) ||
+        n.rfind("ulvozip.temp.", 0) == 0 || n.rfind(".velzip-", 0) == 0) {
+      out.insert(n);
+    }
+  }
+  return out;
+}
+
+// Those made since `before` that stay: other test programs may run at once,
+// and their files in flight vanish within a second.
+inline std::set<std::string> leftInTmp(const std::set<std::string>& before) {
+  std::set<std::string> left;
+  for (int attempt = 0; attempt < 20; ++attempt, usleep(50000)) {
+    left.clear();
+    for (const auto& n : stagedInTmp())
+      if (before.count(n) == 0) left.insert(n);
+    if (left.empty()) break;
+  }
+  return left;
 }
 
 inline unsigned long entryCount(const std::string& archive) {

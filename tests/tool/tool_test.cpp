@@ -1,6 +1,7 @@
 // Runs the built velzip tool as a person would and checks what it leaves
 // behind, what it prints and how it exits.
 #include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <signal.h>
@@ -13,6 +14,9 @@
 #include <set>
 #include <sstream>
 
+#include "support/child.h"
+#include "support/probe.h"
+#include "support/small_disk.h"
 #include "support/temp_dir.h"
 #include "tool/tool_run.h"
 #include "velzip/VelUnzipHandler.h"
@@ -54,19 +58,133 @@ TEST(Tool, FailuresExitOneWithAOneLineReasonAndLeaveNothing) {
   for (const char* left : {"m.zip", "p.zip", "tree/nested/inside.zip", "out1", "out2"}) {
     EXPECT_FALSE(exists(dir / left)) << left;
   }
-  // A walk that fails midway (the writer refuses a fifo) leaves no archive.
+  // A walk that fails midway (the writer refuses a fifo) leaves no archive
+  // and names the culprit as the user named its folder.
   ASSERT_EQ(mkfifo((dir / "tree/pipe").c_str(), 0644), 0);
-  Result walk = run({"compress", dir / "tree", dir / "w.zip"});
-  EXPECT_TRUE(walk.status == 1 && contains(lastLine(walk.err), "could not compress")) << walk.err;
+  Result walk = run({"compress", "tree/", "w.zip"}, dir.path());
+  EXPECT_EQ(walk.status, 1);
+  EXPECT_EQ(walk.err,
+            "velzip: cannot add tree/pipe: it is a fifo, not a regular file; w.zip was not "
+            "written\n");
   EXPECT_FALSE(exists(dir / "w.zip"));
+}
+
+// An existing ARCHIVE is only replaced by a complete archive, and only when
+// it is a zip archive itself (or with --force).
+TEST(Tool, CompressReplacesOnlyZipArchives) {
+  TempDir dir;
+  makeTree(dir / "tree");
+  const std::string emptyZip = std::string("PK\5\6", 4) + std::string(18, '\0');
+  const struct {
+    std::string existing;
+    bool force;
+    bool replaced;
+  } cases[] = {{"notes, not an archive", false, false},
+               {"", false, false},  // an empty file is no archive either
+               {"notes, not an archive", true, true},
+               {emptyZip, false, true},
+               {"PK\3\4 and the rest of a zip archive", false, true}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.existing + (c.force ? " --force" : ""));
+    writeFile(dir / "out", c.existing);
+    ASSERT_EQ(chmod((dir / "out").c_str(), 0640), 0);
+    std::vector<std::string> args{"compress", "-q", "tree", "out"};
+    if (c.force) args.insert(args.begin() + 1, "--force");
+    Result r = run(args, dir.path());
+    EXPECT_EQ(r.status, c.replaced ? 0 : 1) << r.err;
+    EXPECT_EQ(r.err, c.replaced ? ""
+                                : "velzip: out exists and is not a zip archive; use --force "
+                                  "to replace it\n");
+    EXPECT_EQ(readFile(dir / "out") == c.existing, !c.replaced);
+    EXPECT_EQ(entryCount(dir / "out"), c.replaced ? 12u : 0u);
+    EXPECT_EQ(permissions(dir / "out"), 0640u);  // a replaced file keeps its permissions
+    EXPECT_EQ(folderItems(dir.path()), (std::set<std::string>{"out", "tree"}));
+  }
+  Result usage = run({"list", "--force", "out"}, dir.path());
+  EXPECT_EQ(usage.status, 2);
+}
+
+// However compression ends short of success, an existing ARCHIVE keeps its
+// bytes and nothing else is left beside it, nor in /tmp.
+TEST(Tool, CompressNeverDestroysTheOldArchive) {
+  TempDir dir;
+  ASSERT_EQ(chmod(dir.path().c_str(), 0755), 0);  // others may enter, for the unprivileged run
+  const std::string tree = dir / "tree", out = dir / "out";
+  fs::create_directories(tree);
+  fs::create_directories(out);
+  // Long names make -v print far more than a pipe holds, which holds the
+  // tool mid-work for the signals.
+  for (int i = 0; i < 800; ++i)
+    writeFile(tree + "/f" + std::to_string(i) + std::string(200, 'x'), std::to_string(i));
+  writeFile(tree + "/big", noiseBytes(3 << 20, 5));
+  ASSERT_EQ(chmod(tree.c_str(), 0755), 0);
+  const std::string old = "PK\5\6" + std::string(18, '\0') + "the old archive";
+  const std::set<std::string> tmpBefore = stagedInTmp();
+
+  enum class Fault { kFifo, kUnreadable, kFullDisk, kCtrlC, kKill };
+  const struct {
+    Fault fault;
+    const char* name;
+    std::string message;  // after "velzip: ", before "; ARCHIVE is left as it was"
+  } cases[] = {
+      {Fault::kFifo, "fifo", "cannot add tree/pipe: it is a fifo, not a regular file"},
+      {Fault::kUnreadable, "unreadable", "cannot read tree/secret.key: Permission denied"},
+      {Fault::kFullDisk, "full disk", "cannot write out/old.zip: No space left on device"},
+      {Fault::kCtrlC, "Ctrl-C", "interrupted"},
+      {Fault::kKill, "kill -9", ""},
+  };
+  for (const int format : {1, 0}) {
+    for (const auto& c : cases) {
+      SCOPED_TRACE(std::string(c.name) + ", format " + std::to_string(format));
+      writeFile(out + "/old.zip", old);
+      ASSERT_EQ(chown(out.c_str(), kNobody, kNobody), 0);
+      ASSERT_EQ(chown((out + "/old.zip").c_str(), kNobody, kNobody), 0);
+      if (c.fault == Fault::kFifo) {
+        ASSERT_EQ(mkfifo((tree + "/pipe").c_str(), 0644), 0);
+      }
+      if (c.fault == Fault::kUnreadable) {
+        writeFile(tree + "/secret.key", "only root reads this");
+        ASSERT_EQ(chmod((tree + "/secret.key").c_str(), 0600), 0);
+      }
+      std::unique_ptr<SmallDisk> disk;
+      if (c.fault == Fault::kFullDisk) {
+        disk = std::make_unique<SmallDisk>(out, 512);
+        if (!disk->mounted()) {
+          std::printf("skipped: a tmpfs cannot be mounted here\n");
+          continue;
+        }
+        writeFile(out + "/old.zip", old);
+      }
+      const Via via = c.fault == Fault::kCtrlC  ? Via::kInterrupt
+                      : c.fault == Fault::kKill ? Via::kKill
+                                                : Via::kMemory;
+      Result r = run({"-v", "compress", "-f", std::to_string(format), "tree", "out/old.zip"},
+                     dir.path(), via, c.fault == Fault::kUnreadable);
+      if (r.status == 77) {
+        std::printf("skipped: cannot run as an unprivileged user here\n");
+      } else if (c.fault == Fault::kKill) {
+        EXPECT_EQ(r.status, 128 + SIGKILL);
+      } else {
+        ASSERT_NE(r.status, -1) << "finished before its output filled the pipe";
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(lastLine(r.err), "velzip: " + c.message + "; out/old.zip is left as it was");
+      }
+      EXPECT_EQ(readFile(out + "/old.zip"), old);
+      EXPECT_EQ(folderItems(out), std::set<std::string>{"old.zip"});
+      EXPECT_TRUE(leftInTmp(tmpBefore).empty());
+      disk.reset();
+      unlink((tree + "/pipe").c_str());
+      unlink((tree + "/secret.key").c_str());
+    }
+  }
 }
 
 TEST(Tool, FormatOneIsTheLibraryArchiveAndRoundTrips) {
   TempDir dir;
   const std::string tree = dir / "tree";
   makeTree(tree);
-  writeFile(dir / "tool.vz", "an existing archive is replaced");
-  Result r = run({"compress", "tree", "tool.vz"}, dir.path());
+  writeFile(dir / "tool.vz", "an existing file, replaced on request");
+  Result r = run({"compress", "--force", "tree", "tool.vz"}, dir.path());
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(contains(r.out, "(format 1)") && r.err.empty()) << r.out << r.err;
   ASSERT_TRUE(Vel::VelZipHandler::ZipFolder((tree + "/").c_str(), (dir / "lib.vz").c_str(), false));
@@ -157,30 +275,6 @@ TEST(Tool, GzipAppendsAMemberEachTime) {
   // gzip itself reads every member.
   ASSERT_EQ(system(("gzip -dc " + file + ".gz >" + file + ".back").c_str()), 0);
   EXPECT_EQ(readFile(file + ".back"), content + content);
-}
-
-TEST(Tool, CtrlCDuringCompressionLeavesAClosedPartialArchive) {
-  TempDir dir;
-  fs::create_directories(dir / "many");
-  for (int i = 0; i < 400; ++i) {  // long names: the -v lines overflow a pipe
-    writeFile(dir / ("many/f" + std::to_string(i) + std::string(230, 'x')), std::to_string(i));
-  }
-  for (int format : {1, 0}) {
-    SCOPED_TRACE("format " + std::to_string(format));
-    const std::string archive = dir / ("part" + std::to_string(format) + ".zip");
-    Result r = run({"-v", "compress", "-f", std::to_string(format), dir / "many", archive}, ".",
-                   Via::kInterrupt);
-    ASSERT_NE(r.status, -1) << "finished before its output filled the pipe";
-    EXPECT_TRUE(r.status == 1 && lastLine(r.err).rfind("velzip: interrupted: ", 0) == 0) << r.err;
-    // Format 0 writes a companion after each file.
-    const unsigned long written = entryCount(archive);
-    EXPECT_TRUE(written > 0 && written < (format == 1 ? 400u : 800u)) << written;
-    EXPECT_TRUE(contains(lastLine(r.err), " " + std::to_string(written) + " entries")) << r.err;
-    // Closed properly: it unpacks.
-    EXPECT_EQ(
-        velzipDecompressFile(archive.c_str(), (archive + ".out").c_str(), format, nullptr, nullptr),
-        0);
-  }
 }
 
 TEST(Tool, ProgressBarOnlyOnATerminalAndNotWhenQuiet) {

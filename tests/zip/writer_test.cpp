@@ -1,5 +1,5 @@
 // Both archive writers (test /0 is format 0, /1 format 1): stored names,
-// entry layout, links, progress answers, temporary files, the folder walk,
+// entry layout, links, progress answers, nothing in /tmp, the folder walk,
 // companions, the one-call forms and log lines. Archives are read back with
 // the zip layer and the payload codec directly, and round trip through the
 // format's reader, unzip, bsdtar and Python's zipfile.
@@ -17,6 +17,7 @@
 #include <set>
 
 #include "support/log_capture.h"
+#include "support/probe.h"
 #include "support/progress_recorder.h"
 #include "support/temp_dir.h"
 #include "support/xattr.h"
@@ -25,162 +26,35 @@
 #include "velzip/VelUnzipHandler.h"
 #include "velzip/VelZipHandler.h"
 #include "velzip/ZipHandler.h"
+#include "zip/writer_support.h"
 
 using namespace velzip_test;
 
 namespace {
 
-template <class H, bool Zero>
-struct Format {
-  using Handler = H;
-  static constexpr bool zero = Zero;
-};
 template <class F>
 class Writer : public ::testing::Test {
  protected:
   TempDir tmp;
 };
-using Formats = ::testing::Types<Format<ZipHandler, true>, Format<Vel::VelZipHandler, false>>;
 TYPED_TEST_SUITE(Writer, Formats);
 
-struct ProbedEntry {
-  std::string name, localExtra, stored;  // stored: after the zip layer's inflate
-  unz_file_info64 info{};
-  unsigned mode() const { return static_cast<unsigned>(info.external_fa >> 16); }
-};
-
-// Every entry in archive order, CRCs checked.
-std::vector<ProbedEntry> probe(const std::string& path) {
-  std::vector<ProbedEntry> out;
-  unzFile uf = unzOpen64(path.c_str());
-  bool ok = uf != nullptr;
-  for (int err = ok ? unzGoToFirstFile(uf) : -1; ok && err == UNZ_OK; err = unzGoToNextFile(uf)) {
-    ProbedEntry e;
-    char name[4096] = "", block[65536];
-    ok = unzGetCurrentFileInfo64(uf, &e.info, name, sizeof name, nullptr, 0, nullptr, 0) == 0 &&
-         unzOpenCurrentFile(uf) == UNZ_OK;
-    const int extra = ok ? unzGetLocalExtrafield(uf, block, sizeof block) : 0;
-    if (extra > 0) e.localExtra.assign(block, static_cast<size_t>(extra));
-    int n = 0;
-    while (ok && (n = unzReadCurrentFile(uf, block, sizeof block)) > 0) e.stored.append(block, n);
-    ok = ok && n == 0 && unzCloseCurrentFile(uf) == UNZ_OK;
-    e.name = name;
-    out.push_back(std::move(e));
-  }
-  if (uf != nullptr) unzClose(uf);
-  EXPECT_TRUE(ok) << path;
-  return out;
-}
-
-std::vector<std::string> names(const std::vector<ProbedEntry>& entries) {
-  std::vector<std::string> out;
-  for (const auto& e : entries) out.push_back(e.name);
-  return out;
-}
-
-// What an entry restores to. A format-1 file entry has its size as text in
-// the local extra field and a payload to decode; the rest is stored as is.
-std::string content(const ProbedEntry& e) {
-  if (e.localExtra.empty()) return e.stored;
-  if (e.localExtra.back() != '\0' || e.stored.size() < 2) return "<bad size text or payload>";
-  const size_t size = std::stoull(e.localExtra);
-  std::vector<char> buf(size + 65536);
-  std::string payload = e.stored;
-  Vel::VelLzmaHelper codec;
-  codec.initDecoder(&payload[0], buf.data(), buf.size());
-  unsigned long total = 0;
-  const int rc = codec.decodeLZMA2(&payload[1], payload.size() - 1, buf.size(), total);
-  codec.exitDecoder();
-  return rc == 0 && total == size ? std::string(buf.data(), total) : "<undecodable payload>";
-}
-
-// The writers' temporary files in /tmp: GUID-named payloads, companions.
-std::set<std::string> writerTempFiles() {
-  std::set<std::string> out;
-  for (const auto& item : std::filesystem::directory_iterator("/tmp")) {
-    const std::string n = item.path().filename();
-    if ((n.size() == 36 && n[8] == '-' && n.find_first_not_of("0123456789ABCDEF-") == n.npos) ||
-        n.rfind("ulvozip.temp.", 0) == 0) {
-      out.insert(n);
-    }
-  }
-  return out;
-}
-
-// Those made since `before` that stay. Other test programs may run at once;
-// their files in flight vanish within a second.
-std::set<std::string> leftoverTempFiles(const std::set<std::string>& before) {
-  std::set<std::string> extra;
-  for (int attempt = 0; attempt < 20; ++attempt, usleep(50000)) {
-    extra.clear();
-    for (const auto& n : writerTempFiles())
-      if (before.count(n) == 0) extra.insert(n);
-    if (extra.empty()) break;
-  }
-  return extra;
-}
-
 // Answers reports by entry name at the start and with duringData in the data
-// phase, noting the writers' temporary files that exist meanwhile.
+// phase, noting the files in /tmp itself that the writer has open meanwhile.
 struct Answers {
   std::map<std::string, int> atStart;
   int duringData = 0;
   std::set<std::string> before{writerTempFiles()}, seen;
-  bool allPrivate = true;  // every one seen had mode 0600
 
   int operator()(const ProgressReport& r) {
     if (r.state == kZLibStateEntryStart) return atStart[r.entry];
     if (r.state != kZLibStateEntryData) return kZLibContinue;
-    for (const auto& n : writerTempFiles()) {
-      struct stat st;
-      if (before.count(n) != 0 || lstat(("/tmp/" + n).c_str(), &st) != 0) continue;
-      seen.insert(n);
-      allPrivate = allPrivate && (st.st_mode & 0777) == 0600;
-    }
+    for (const auto& target : openFileTargets())
+      if (target.rfind("/tmp/", 0) == 0 && target.find('/', 5) == std::string::npos)
+        seen.insert(target);
     return duringData;
   }
 };
-
-constexpr char kUnicodeFile[] = "na\xC3\xAFve \xE2\x82\xAC/\xC3\xBCn\xC3\xAF.txt";
-constexpr uint64_t kTreeBytes = 5 + 70000 + 9 + 7 + 1234 + 1;  // of the regular files
-
-// top/ holding 10 files and links (one dangling) and 4 folders, one of them
-// empty and one with a non-ASCII name.
-std::string makeTree(const TempDir& tmp) {
-  const std::string top = tmp / "top";
-  const struct {
-    std::string rel;
-    mode_t mode;
-    std::string data;  // content, or a link's target
-  } items[] = {{"", S_IFDIR | 0755, ""},
-               {"/a.txt", S_IFREG | 0644, "alpha"},
-               {"/with space", S_IFREG | 0644, sampleBytes(70000, 3)},
-               {"/empty", S_IFREG | 0644, ""},
-               {"/ro.txt", S_IFREG | 0444, "read only"},
-               {"/na\xC3\xAFve \xE2\x82\xAC", S_IFDIR | 0755, ""},
-               {"/" + std::string(kUnicodeFile), S_IFREG | 0640, "unicode"},
-               {"/emptydir", S_IFDIR | 0755, ""},
-               {"/sub", S_IFDIR | 0750, ""},
-               {"/sub/inner.bin", S_IFREG | 0751, sampleBytes(1234, 4)},
-               {"/sub/deeper", S_IFDIR | 0700, ""},
-               {"/sub/deeper/d", S_IFREG | 0600, "d"},
-               {"/link-file", S_IFLNK, "a.txt"},
-               {"/link-dir", S_IFLNK, "sub"},
-               {"/dangling", S_IFLNK, "/nowhere/at all"}};
-  for (const auto& i : items) {
-    const std::string path = top + i.rel;
-    if (S_ISDIR(i.mode)) mkdir(path.c_str(), i.mode & 07777);
-    if (S_ISLNK(i.mode)) symlink(i.data.c_str(), path.c_str());
-    if (S_ISREG(i.mode)) writeFile(path, i.data);
-    if (S_ISREG(i.mode)) chmod(path.c_str(), i.mode & 07777);
-  }
-  return top;
-}
-
-std::string companionName(const std::string& name) {
-  const size_t slash = name.rfind('/') + 1;  // 0 when there is none
-  return "__MACOSX/" + name.substr(0, slash) + "._" + name.substr(slash);
-}
 
 // The entries a walk must give, in listing order, worked out from the tree.
 // Format 1: an entry for each sub-folder before its content; names lose the
@@ -345,12 +219,12 @@ TYPED_TEST(Writer, EntryLayoutLinksAndProgress) {
     EXPECT_TRUE(i == last || rec.reports[i].bytes == 65536u) << i;
   }
   const uint64_t reported = rec.dataBytes()["data"];
-  EXPECT_EQ(zero, answers.seen.empty());  // format 1 encodes into a private file first
-  EXPECT_TRUE(answers.allPrivate);
+  EXPECT_TRUE(answers.seen.empty());  // nothing is staged in /tmp
 
   // At the start skip gives success and no entry, abort failure and no entry,
   // anything else goes on; neither reports more. During data any non-zero
-  // answer fails the entry, which is still closed properly and its end reported.
+  // answer fails the entry, whose end is still reported (what is written of
+  // it is checked below).
   rec.reports.clear();
   answers.atStart = {{"skipped", kZLibSkip}, {"aborted", kZLibAbort}, {"seven", 7}};
   EXPECT_TRUE(zip.addFileToZip("data", "skipped", false));
@@ -369,11 +243,21 @@ TYPED_TEST(Writer, EntryLayoutLinksAndProgress) {
   rec.reports.clear();
   EXPECT_TRUE(zip.addFileToZip((tmp / "dangling").c_str(), "dangling", false));  // not reported
   // Folders and fifos (which would block) are not files; like a missing file
-  // they fail after the start report.
-  for (const char* bad : {"d", "fifo", "missing"})
-    EXPECT_FALSE(zip.addFileToZip(bad, nullptr, false)) << bad;
+  // they fail after the start report, saying which and why.
+  const std::string stop = "stopped by the progress callback at " + tmp / "data";
+  std::vector<std::string> failures{stop, stop};
+  for (const auto& [bad, why] : std::vector<std::pair<std::string, std::string>>{
+           {"d", "cannot add " + tmp / "d" + ": it is a folder, not a regular file"},
+           {"fifo", "cannot add " + tmp / "fifo" + ": it is a fifo, not a regular file"},
+           {"missing", "cannot read " + tmp / "missing" + ": No such file or directory"}}) {
+    EXPECT_FALSE(zip.addFileToZip(bad.c_str(), nullptr, false)) << bad;
+    EXPECT_EQ(why, zip.lastError());
+    failures.push_back(why);
+  }
   EXPECT_EQ("111", rec.states());
-  EXPECT_TRUE(logs.lines().empty());  // one-file operations never log
+  // Format 1 logs every failure as an error; format 0 never logs.
+  for (auto& line : failures) line = "50 " + line;
+  EXPECT_EQ(zero ? std::vector<std::string>() : failures, logs.texts());
   EXPECT_TRUE(zip.addFolderToZip((tmp / "d").c_str(), false, true));
   ASSERT_TRUE(zip.closeZip());
   EXPECT_TRUE(leftoverTempFiles(answers.before).empty());
@@ -381,18 +265,32 @@ TYPED_TEST(Writer, EntryLayoutLinksAndProgress) {
   const auto e = probe(tmp / "l.zip");
   ASSERT_EQ((std::vector<std::string>{"data", "seven", "stopped", "empty", "dangling", "d/"}),
             names(e));
-  for (const auto& entry : e) {
+  const std::string sources[] = {"data", "data", "data", "empty", "dangling", "d"};
+  for (size_t i = 0; i < e.size(); ++i) {
+    const ProbedEntry& entry = e[i];
     EXPECT_EQ(zero ? 8u : 0u, entry.info.compression_method) << entry.name;
-    EXPECT_EQ(0u, entry.info.size_file_extra) << entry.name;  // nothing in the central directory
     // Format 0 says "made on Unix", so that other tools apply modes and links.
     EXPECT_TRUE(!zero || entry.info.version >> 8 == 3) << entry.name;
-    EXPECT_TRUE((!zero && (entry.mode() & 0170000) == 0100000) || entry.localExtra.empty());
+    // The time in UTC seconds in every central record; in format 0's local
+    // headers too, while format 1's hold the size text alone or nothing.
+    struct stat st;
+    ASSERT_EQ(0, lstat((tmp / sources[i]).c_str(), &st));
+    EXPECT_EQ(timestampBlock(st.st_mtime), entry.centralExtra) << entry.name;
+    const bool regular = (entry.mode() & 0170000) == 0100000;
+    if (zero || !regular) {
+      EXPECT_EQ(zero ? timestampBlock(st.st_mtime) : "", entry.localExtra) << entry.name;
+    } else {
+      EXPECT_EQ(std::to_string(st.st_size) + std::string(1, '\0'), entry.localExtra) << entry.name;
+    }
   }
   EXPECT_EQ(0100640u, e[0].mode());
   EXPECT_TRUE(content(e[0]) == data);
   EXPECT_EQ(e[0].stored.size(), reported);
-  EXPECT_EQ(65536u, e[2].stored.size());
-  EXPECT_TRUE(!zero || e[2].stored == data.substr(0, 65536));
+  // Stopped during data: a format-1 payload was whole before its entry
+  // opened and is written whole; a format-0 entry ends with what was read,
+  // under a CRC that cannot match, so that it reads as damaged.
+  EXPECT_EQ(!zero, e[2].crcOk);
+  EXPECT_TRUE(zero ? e[2].stored == data.substr(0, 65536) : content(e[2]) == data);
   EXPECT_EQ("", content(e[3]));
   EXPECT_EQ("/nowhere/at all", e[4].stored);  // a link: its target
   EXPECT_EQ(0120000u, e[4].mode() & 0170000);
@@ -438,7 +336,7 @@ TYPED_TEST(Writer, WalkCompanionsAndRoundTrips) {
   expected.push_back(companionName("top/" + std::string(kUnicodeFile)));
   const auto e = probe(tmp / "w.zip");
   ASSERT_EQ(expected, names(e));
-  EXPECT_EQ(0100600u, e.back().mode());  // described like the scratch file
+  EXPECT_EQ(0100600u, e.back().mode());  // described as a private file
   // The format's reader restores everything, with the companions applied.
   const std::string dest = tmp / "dest";
   if (zero) {
@@ -470,8 +368,14 @@ TYPED_TEST(Writer, WalkCompanionsAndRoundTrips) {
       0,
       std::system(
           ("python3 '" + tmp / "check.py" + "' '" + top + ".zip' '" + tmp.path() + "'").c_str()));
-  // Format 1's payloads are velzip's own (and its size text no tagged extra
-  // block): other tools extract format 0 only.
+  // Every peer checks format 0 whole. Format 1's size text is no tagged
+  // extra block, which unzip and bsdtar refuse; 7-Zip checks its CRCs.
+  for (const std::string check : {"unzip -tq", "bsdtar -tf", "7zz t"}) {
+    if (zero || check == "7zz t") {
+      EXPECT_EQ(0, runQuietly(check + " '" + top + ".zip'")) << check;
+    }
+  }
+  // Format 1's payloads are velzip's own: other tools extract format 0 only.
   for (const std::string tool : {"unzip -q", "bsdtar -xf"}) {
     const std::string out = tmp / tool.substr(0, tool.find(' '));
     if (!zero || mkdir(out.c_str(), 0755) != 0) continue;
@@ -515,7 +419,7 @@ TYPED_TEST(Writer, WalkReportsAnswersAndFailures) {
     EXPECT_TRUE(zip.addFolderToZip(top.c_str(), false, false));
   }
   // Files are reported by their path, links not at all; format 0 reports each
-  // companion too, read from its scratch file.
+  // companion too, with the path of the file it describes.
   size_t files = 0;
   for (const auto& r : rec.reports) {
     if (r.state != kZLibStateEntryStart) continue;
@@ -523,7 +427,12 @@ TYPED_TEST(Writer, WalkReportsAnswersAndFailures) {
       EXPECT_EQ(r.entry, r.path);
       ++files;
     } else {
-      EXPECT_TRUE(TypeParam::zero && r.path.rfind("/tmp/ulvozip.temp.", 0) == 0) << r.path;
+      const std::string described = r.path.substr(r.path.rfind('/') + 1);
+      EXPECT_TRUE(TypeParam::zero && r.path.rfind(top + "/", 0) == 0 &&
+                  r.entry.size() > described.size() + 2 &&
+                  r.entry.compare(r.entry.size() - described.size() - 2, std::string::npos,
+                                  "._" + described) == 0)
+          << r.entry << " " << r.path;
     }
   }
   EXPECT_EQ(7u, files);

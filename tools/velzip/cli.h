@@ -23,6 +23,7 @@ struct Options {
   bool keepSetId = false;  // extract: restore set-user-ID and set-group-ID bits
   bool quiet = false;
   bool verbose = false;
+  bool force = false;  // compress: replace ARCHIVE even when it is no zip archive
 };
 
 // Set by SIGINT/SIGTERM; the progress callback turns it into an abort.
@@ -66,6 +67,9 @@ class Display {
 // Routes the library's log lines to the display: errors and warnings always,
 // information and detail with -v.
 void installLogSink(Display& display);
+// From now on the library's errors reach stderr only with -v: the command
+// reports them itself.
+void muteLibraryErrors();
 
 std::string humanBytes(uint64_t bytes);
 std::string seconds(double s);

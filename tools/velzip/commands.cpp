@@ -6,6 +6,7 @@
 #include <cinttypes>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 
 #include "archive_scan.h"
 #include "cli.h"
@@ -73,7 +74,6 @@ struct CompressJob {
   uint64_t currentSize = 0, currentCounted = 0;
   bool currentIsCompanion = false;
   bool aborted = false;
-  std::string lastItem;
 };
 
 std::string relativeTo(const std::string& folder, const char* path) {
@@ -93,7 +93,6 @@ ZLibCallbackAction onCompress(ZLibCBData* d) {
       job->currentSize = 0;
       if (!job->currentIsCompanion && d->filePath != nullptr) {
         job->currentSize = fileSize(d->filePath);
-        job->lastItem = d->filePath;
       }
       break;
     case kZLibStateEntryData:
@@ -127,15 +126,49 @@ ZLibCallbackAction onCompress(ZLibCBData* d) {
 }
 
 // The same archive the library's one-call ZipFolder makes, but through a
-// writer object so that progress and Ctrl-C reach us.
+// writer object so that progress and Ctrl-C reach us, and published only
+// when everything went in: else the writer drops it and ARCHIVE keeps what it
+// had. why: the writer's reason when it failed.
 template <class Writer>
-void compressWith(Writer& writer, const std::string& archive, const std::string& base,
-                  const std::string& folderArg, CompressJob& job, bool& opened, bool& added,
-                  bool& closed) {
+bool compressWith(Writer& writer, const std::string& archive, const std::string& base,
+                  const std::string& folderArg, CompressJob& job, std::string& why) {
   writer.setCallback(onCompress, &job);
-  opened = writer.openZip(archive.c_str(), base.c_str(), false);
-  added = opened && writer.addFolderToZip(folderArg.c_str(), false, false);
-  closed = writer.closeZip();
+  if (!writer.openZip(archive.c_str(), base.c_str(), false)) {
+    why = writer.lastError();
+    return false;
+  }
+  const bool added = writer.addFolderToZip(folderArg.c_str(), false, false);
+  if (added && !job.aborted && writer.closeZip()) return true;
+  why = writer.lastError();
+  writer.discardZip();
+  return false;
+}
+
+// What the first bytes say: a zip archive starts with a local header, or an
+// empty one with its end record.
+enum class Content { kZip, kOther, kUnreadable };
+
+Content archiveContent(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  char head[4] = {};
+  if (!in.is_open() || (!in.read(head, sizeof head) && !in.eof())) return Content::kUnreadable;
+  const bool zip = in.gcount() == 4 &&
+                   (std::memcmp(head, "PK\3\4", 4) == 0 || std::memcmp(head, "PK\5\6", 4) == 0);
+  return zip ? Content::kZip : Content::kOther;
+}
+
+// The writer names absolute paths; show them as the user gave them.
+std::string asGiven(std::string text, const std::string& absolute, const std::string& given) {
+  for (size_t at = text.find(absolute); at != std::string::npos;
+       at = text.find(absolute, at + given.size())) {
+    text.replace(at, absolute.size(), given);
+  }
+  return text;
+}
+
+std::string withoutTrailingSlashes(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
 }
 
 }  // namespace
@@ -196,9 +229,29 @@ int runCompress(const Options& opt, Display& display) {
     return fail(display, "the archive " + opt.operands[1] + " would be inside the folder it packs");
   }
 
+  struct stat existing;
+  const bool replacing = stat(archive.c_str(), &existing) == 0;
+  if (replacing && !S_ISREG(existing.st_mode)) {
+    return fail(display, "cannot replace " + opt.operands[1] + ": it is " +
+                             (S_ISDIR(existing.st_mode) ? "a folder" : "not a regular file"));
+  }
+  if (replacing && !opt.force) {
+    const Content content = archiveContent(archive);
+    if (content == Content::kUnreadable) {
+      return fail(display, "cannot tell whether " + opt.operands[1] +
+                               " is a zip archive: " + errnoText() + "; use --force to replace it");
+    }
+    if (content == Content::kOther) {
+      return fail(display,
+                  opt.operands[1] + " exists and is not a zip archive; use --force to replace it");
+    }
+  }
+
   Z_FileInfo info;
   Vel::VelZipHandler::GetFolderInfo(folder.c_str(), info);
   installInterruptHandler();
+  // Failures are reported below, once, from the writer's own words.
+  muteLibraryErrors();
 
   CompressJob job;
   job.display = &display;
@@ -206,29 +259,28 @@ int runCompress(const Options& opt, Display& display) {
   job.format = format;
   const auto start = Clock::now();
   display.begin("compress", info.totalSize, info.fileCount);
-  bool opened = false, added = false, closed = false;
+  bool ok = false;
+  std::string why;
   if (format == 1) {
     // Base folder with a trailing "/": names relative to the folder itself.
     Vel::VelZipHandler writer;
-    compressWith(writer, archive, folder + "/", folder + "/", job, opened, added, closed);
+    ok = compressWith(writer, archive, folder + "/", folder + "/", job, why);
   } else {
     // Base folder = the folder's parent, as for an archive beside it.
     ZipHandler writer;
-    compressWith(writer, archive, parentOf(folder), folder, job, opened, added, closed);
+    ok = compressWith(writer, archive, parentOf(folder), folder, job, why);
   }
   display.end();
   const double elapsed = since(start);
 
-  if (!opened) return fail(display, "cannot create the archive " + opt.operands[1]);
-  if (job.aborted) {
-    return fail(display, "interrupted: " + opt.operands[1] + " is closed and holds the " +
-                             std::to_string(countEntries(archive)) + " entries written so far");
-  }
-  if (!added || !closed) {
-    unlink(archive.c_str());
-    std::string reason = "could not compress " + opt.operands[0];
-    if (!job.lastItem.empty()) reason += " (stopped at or after " + job.lastItem + ")";
-    return fail(display, reason + "; no archive written");
+  if (!ok) {
+    const std::string kept =
+        opt.operands[1] + (replacing ? " is left as it was" : " was not written");
+    if (job.aborted) return fail(display, "interrupted; " + kept);
+    why = asGiven(asGiven(why, archive, opt.operands[1]), folder,
+                  withoutTrailingSlashes(opt.operands[0]));
+    return fail(display,
+                (why.empty() ? "could not compress " + opt.operands[0] : why) + "; " + kept);
   }
   const uint64_t archiveSize = fileSize(archive);
   display.out("compressed " + opt.operands[0] + " into " + opt.operands[1] + " (format " +

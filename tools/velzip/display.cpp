@@ -158,6 +158,10 @@ void installLogSink(Display& display) {
   velzipSetLogger(reinterpret_cast<void*>(&logSink), nullptr);
 }
 
+void muteLibraryErrors() {
+  if (gLogThreshold > kLogLevelDetail) gLogThreshold = kLogLevelError + 1;
+}
+
 std::string humanBytes(uint64_t bytes) {
   static const char* const kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB"};
   if (bytes < 1024) return std::to_string(bytes) + " B";

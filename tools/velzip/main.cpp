@@ -19,8 +19,11 @@ const char kHelp[] =
     "usage: velzip [-q] [-v] COMMAND [ARGS]\n"
     "\n"
     "Commands:\n"
-    "  compress [-f 0|1] FOLDER ARCHIVE\n"
-    "      Pack FOLDER into ARCHIVE (format 1 unless -f 0). An existing ARCHIVE is replaced.\n"
+    "  compress [-f 0|1] [--force] FOLDER ARCHIVE\n"
+    "      Pack FOLDER into ARCHIVE (format 1 unless -f 0). ARCHIVE appears only once\n"
+    "      everything is in: after a failure or Ctrl-C an existing ARCHIVE is left as it\n"
+    "      was and nothing else is left behind. An existing file that is not a zip\n"
+    "      archive is replaced only with --force.\n"
     "  extract [-f auto|0|1] [-p PASSWORD] [--keep-setid] ARCHIVE [DEST]\n"
     "      Unpack ARCHIVE into DEST (default: ARCHIVE without its suffix), restoring\n"
     "      modes, modification times, symbolic links and extended attributes. Each\n"
@@ -40,6 +43,7 @@ const char kHelp[] =
     "\n"
     "Options:\n"
     "  -f, --format FORMAT  archive format, see above\n"
+    "      --force          compress: replace ARCHIVE even when it is not a zip archive\n"
     "      --keep-setid     (extract) restore set-user-ID and set-group-ID bits; without\n"
     "                       it they are dropped, as from any file an archive brings\n"
     "  -p, --password PASSWORD\n"
@@ -51,7 +55,7 @@ const char kHelp[] =
     "      --version        show the version\n"
     "\n"
     "A progress bar appears on stderr when it is a terminal and the work takes a while.\n"
-    "Ctrl-C stops cleanly: the archive is closed with what was written so far.\n"
+    "Ctrl-C stops cleanly: compress writes no archive, extract keeps what it restored.\n"
     "Exit status: 0 success, 1 failure (with a one-line reason), 2 usage error.\n";
 
 int usage(const std::string& message) {
@@ -105,6 +109,8 @@ int parse(int argc, char** argv, Parsed& p) {
       p.opt.quiet = true;
     } else if (arg == "-v" || arg == "--verbose") {
       p.opt.verbose = true;
+    } else if (arg == "--force") {
+      p.opt.force = true;
     } else if (arg == "--keep-setid") {
       p.opt.keepSetId = true;
     } else if (int f = takeValue(argc, argv, i, "-f", "--format", p.opt.format)) {
@@ -154,7 +160,7 @@ int main(int argc, char** argv) {
   int rc = kExitOk;
   int (*run)(const Options&, Display&) = nullptr;
   if (opt.command == "compress") {
-    rc = checkOperands(opt, 2, 2, "compress [-f 0|1] FOLDER ARCHIVE");
+    rc = checkOperands(opt, 2, 2, "compress [-f 0|1] [--force] FOLDER ARCHIVE");
     if (rc == kExitOk && p.formatGiven && opt.format != "0" && opt.format != "1") {
       rc = usage("compress: format must be 0 or 1, not '" + opt.format + "'");
     }
@@ -177,6 +183,9 @@ int main(int argc, char** argv) {
   }
   if (rc == kExitOk && opt.passwordGiven && run != runExtract) {
     rc = usage(opt.command + " takes no -p option");
+  }
+  if (rc == kExitOk && opt.force && run != runCompress) {
+    rc = usage(opt.command + " takes no --force option");
   }
   if (rc == kExitOk && opt.keepSetId && run != runExtract) {
     rc = usage(opt.command + " takes no --keep-setid option");

@@ -1,0 +1,165 @@
+// The folder walk, its counting twin and the metadata companions.
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "lzma/entry_layout.h"
+#include "platform/apple_double.h"
+#include "zip/failure_text.h"
+#include "zip/timestamp_extra.h"
+#include "zip/zip_writer.h"
+
+namespace velzip {
+namespace {
+
+bool isDotOrDotDot(const char* name) {
+  return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+// Some file systems leave the type to lstat.
+bool listedAsDirectory(const dirent* entry, const char* childPath) {
+  if (entry->d_type != DT_UNKNOWN) return entry->d_type == DT_DIR;
+  struct stat st;
+  return lstat(childPath, &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+void trimTrailingSeparators(char* path) {
+  size_t len = std::strlen(path);
+  while (len > 1 && (path[len - 1] == '/' || path[len - 1] == '\\')) path[--len] = '\0';
+}
+
+void childPath(char (&child)[kPathBufferSize], const char* folder, const char* name) {
+  boundedCopy(child, folder);
+  boundedAppend(child, "/");
+  boundedAppend(child, name);
+}
+
+// The next listed item; null at the end, or on an error with errno set.
+const dirent* nextItem(DIR* dir) {
+  errno = 0;
+  return readdir(dir);
+}
+
+}  // namespace
+
+bool ZipWriter::addFolder(const char* path, bool flatten, bool addRootFolder) {
+  if (zip_ == nullptr) return fail("no archive is open");
+  if (path == nullptr) return fail("no folder given");
+  Operation operation(*this);
+  log(kLogLevelInfo, "Entering to add folder %s in zip (addrootfolder = %d)", path,
+      addRootFolder ? 1 : 0);
+
+  char folder[kPathBufferSize];
+  boundedCopy(folder, path);
+  prepareSourcePath(folder);
+
+  // Folder names drop one leading "/" (file names keep theirs).
+  char name[kPathBufferSize] = "";
+  if (!flatten) {
+    if (!startsWithBase(folder))
+      return fail(std::string("cannot add ") + folder + ": it is outside the base folder " + base_);
+    const size_t baseLen = std::strlen(base_);
+    const size_t len = std::strlen(folder);
+    const char* rest = folder + (baseLen < len ? baseLen : len);
+    if (rest[0] == '/') ++rest;
+    boundedCopy(name, rest);
+  }
+  if (addRootFolder) addDirectoryEntry(name, folder);
+
+  trimTrailingSeparators(folder);
+  UniqueDir dir(opendir(folder));
+  if (!dir) return fail(failureText("cannot read the folder", folder, errno));
+
+  bool result = false;
+  while (const dirent* entry = nextItem(dir.get())) {
+    if (isDotOrDotDot(entry->d_name)) {
+      result = true;
+      continue;
+    }
+    char child[kPathBufferSize];
+    childPath(child, folder, entry->d_name);
+    if (listedAsDirectory(entry, child)) {
+      log(kLogLevelDetail, "Found directory %s inside directory %s", entry->d_name, folder);
+      result = addFolder(child, flatten, format_.subFolderEntries);
+    } else {
+      log(kLogLevelDetail, "Found file %s inside directory %s", entry->d_name, folder);
+      result = addFile(child, nullptr, flatten);
+      if (result && format_.companionAfterEachFile) {
+        char childName[kPathBufferSize];
+        boundedCopy(childName, name);
+        if (name[0] != '\0') boundedAppend(childName, "/");
+        boundedAppend(childName, entry->d_name);
+        result = addResourceFork(childName, child);
+      }
+    }
+    if (!result) return false;
+  }
+  // A listing cut short would give an archive that silently lacks items.
+  if (errno != 0) return fail(failureText("cannot read the folder", folder, errno));
+  return result;
+}
+
+// Packed in memory: a companion is small, and there is no file to clean up.
+bool ZipWriter::addResourceFork(const char* entryName, const char* path) {
+  if (entryName == nullptr || path == nullptr) return fail("no entry name or file given");
+  if (zip_ == nullptr) return fail("no archive is open");
+  struct stat st;
+  if (lstat(path, &st) == 0 && S_ISLNK(st.st_mode)) return true;
+
+  // Metadata that cannot be read is simply not carried (design); metadata
+  // too large for a companion fails rather than going missing.
+  AppleDoubleContents contents;
+  if (appleDoubleCollect(path, contents) != 0) return true;
+  std::vector<uint8_t> packed;
+  if (!appleDoubleBuild(contents, packed)) {
+    return fail(std::string("cannot pack the metadata of ") + path +
+                ": it does not fit a companion (too large, or a name too long)");
+  }
+
+  const std::string name = nativeToUtf8(companionEntryName(entryName).c_str());
+  zip_fileinfo zi;
+  const bool statOk = fillZipFileInfo(path, zi, &st);
+  // Described as the private file a Mac would unpack it from.
+  zi.external_fa = static_cast<uLong>(S_IFREG | 0600) << 16;
+  const std::string times = statOk ? modificationTimeExtra(st.st_mtime) : std::string();
+
+  const ZLibCallbackAction action = progress_.report(kZLibStateEntryStart, 0, name.c_str(), path);
+  if (action == kZLibAbort) return fail(std::string("stopped by the progress callback at ") + name);
+  if (action == kZLibSkip) return true;
+  EntrySource input = EntrySource::memory(packed.data(), packed.size());
+  return addContent(name.c_str(), zi, times, input, name.c_str(), path);
+}
+
+bool ZipWriter::folderInfo(const char* path, Z_FileInfo& info) {
+  if (path == nullptr) return false;
+  char folder[kPathBufferSize];
+  boundedCopy(folder, path);
+  trimTrailingSeparators(folder);
+  UniqueDir dir(opendir(folder));
+  if (!dir) return false;
+
+  bool result = true;
+  while (const dirent* entry = readdir(dir.get())) {
+    if (isDotOrDotDot(entry->d_name)) continue;
+    char child[kPathBufferSize];
+    childPath(child, folder, entry->d_name);
+    if (listedAsDirectory(entry, child)) {
+      ++info.folderCount;
+      result = folderInfo(child, info);
+    } else {
+      ++info.fileCount;
+      struct stat st;
+      if (lstat(child, &st) == 0 && S_ISREG(st.st_mode)) {
+        info.totalSize += static_cast<uint64_t>(st.st_size);
+      }
+    }
+    if (!result) break;
+  }
+  return result;
+}
+
+}  // namespace velzip
