@@ -25,6 +25,11 @@ struct Z_FileInfo {
   uint64_t totalSize = 0;    // bytes of the regular files
 };
 
+// Which files a folder walk gives an AppleDouble companion under
+// "__MACOSX/": the format's own rule (format 0: every file; format 1: none),
+// only files that have extended attributes, or none at all.
+enum class CompanionPolicy { kFormatDefault, kWithMetadata, kNever };
+
 namespace velzip {
 class ZipWriter;
 }
@@ -73,6 +78,18 @@ class VELZIP_API VelZipHandler {
   // Adds path's extended attributes as the AppleDouble companion
   // "__MACOSX/<folder>/._<name>" of entryName. Links get none.
   bool addResourceForkToZip(const char* entryName, const char* path);
+
+  // 0 (fastest) to 9 (smallest); -1, the default, keeps the level-5 settings.
+  // Every level writes the same payload layout (property byte 24, at most a
+  // 16 MiB dictionary), so every reader decodes it.
+  void setCompressionLevel(int level);
+  // Which files addFolderToZip gives a metadata companion (default: none).
+  void setCompanionPolicy(CompanionPolicy policy);
+  // Threads that encode the next files of addFolderToZip ahead (default 1).
+  // The callback still runs on the caller's thread only, with the same
+  // states, names and values in the same order, and the archive is the same
+  // byte for byte; no thread outlives the call.
+  void setThreadCount(unsigned threads);
 
   // Kept for the host; the writer logs through the archive sink only.
   void setLogger(void* logger);

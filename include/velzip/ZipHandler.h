@@ -69,6 +69,18 @@ class VELZIP_API ZipHandler {
   // "__MACOSX/<folder>/._<name>" of entryName. Links get none.
   bool addResourceForkToZip(const char* entryName, const char* path);
 
+  // 0 (stored) to 9; -1, the default, is zlib's level 6. Files up to 64 MiB
+  // are deflated in memory by libdeflate, larger ones streamed through zlib:
+  // entries are standard deflate either way.
+  void setCompressionLevel(int level);
+  // Which files addFolderToZip gives a metadata companion (default: every file).
+  void setCompanionPolicy(CompanionPolicy policy);
+  // Threads that deflate the next files of addFolderToZip ahead (default 1).
+  // The callback still runs on the caller's thread only, with the same
+  // states, names and values in the same order, and the archive is the same
+  // byte for byte; no thread outlives the call.
+  void setThreadCount(unsigned threads);
+
   // Kept for the host; this writer never logs.
   void setLogger(void* logger);
   // A null fn keeps the current callback; userData is stored either way.

@@ -14,17 +14,22 @@ uint64_t dictSizeFromProp(uint8_t prop) {
   return static_cast<uint64_t>(2u | (prop & 1u)) << (prop / 2 + 11);
 }
 
-lzma_options_lzma encoderOptions(uint32_t dictSize) {
+lzma_options_lzma encoderOptions(uint32_t dictSize, int level) {
   lzma_options_lzma opt{};
-  lzma_lzma_preset(&opt, 5);
-  opt.dict_size = dictSize;
+  if (level < 0 || level > 9 || level == kLzma2DefaultLevel) {
+    lzma_lzma_preset(&opt, kLzma2DefaultLevel);
+    opt.mode = LZMA_MODE_NORMAL;
+    opt.nice_len = 32;
+    opt.mf = LZMA_MF_BT4;
+    opt.depth = 32;
+  } else {
+    lzma_lzma_preset(&opt, static_cast<uint32_t>(level));
+  }
+  opt.dict_size = opt.dict_size < dictSize ? opt.dict_size : dictSize;
+  if (opt.dict_size < kLzma2MinDictSize) opt.dict_size = kLzma2MinDictSize;
   opt.lc = 3;
   opt.lp = 0;
   opt.pb = 2;
-  opt.mode = LZMA_MODE_NORMAL;
-  opt.nice_len = 32;
-  opt.mf = LZMA_MF_BT4;
-  opt.depth = 32;
   return opt;
 }
 

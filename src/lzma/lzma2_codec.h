@@ -12,6 +12,7 @@ namespace velzip {
 constexpr uint8_t kLzma2PropByte = 24;         // 16 MiB dictionary
 constexpr uint32_t kLzma2DictSize = 1u << 24;  // what the property byte announces
 constexpr uint32_t kLzma2MinDictSize = 1u << 12;
+constexpr int kLzma2DefaultLevel = 5;
 
 // The dictionary an encoder needs for an input of inputSize bytes: the
 // smallest power of two covering it, at least 4 KiB, at most 16 MiB. Matches
@@ -23,7 +24,11 @@ uint32_t workingDictSize(uint64_t inputSize);
 uint64_t dictSizeFromProp(uint8_t prop);
 
 // Level-5 options: lc 3, lp 0, pb 2, normal mode, nice length 32, BT4, depth 32.
-lzma_options_lzma encoderOptions(uint32_t dictSize);
+// Another level (0 to 9) takes liblzma's preset of that number for the match
+// finder, nice length, depth and mode; lc, lp and pb stay, and the
+// dictionary never grows past dictSize, so every payload keeps the property
+// byte 24 and decodes in the same memory.
+lzma_options_lzma encoderOptions(uint32_t dictSize, int level = kLzma2DefaultLevel);
 
 // LZMA SDK style result code for a liblzma result (1 data error, 2 memory,
 // 4 unsupported, 11 anything else).

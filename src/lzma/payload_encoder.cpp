@@ -55,10 +55,10 @@ void PayloadEncoder::release() {
 }
 
 bool PayloadEncoder::encode(uint64_t sizeHint, const Reader& read, const Writer& write,
-                            uint64_t* sourceBytes) {
+                            uint64_t* sourceBytes, int level) {
   // Re-initialising the same stream keeps liblzma's allocations when the
   // dictionary size repeats.
-  lzma_options_lzma opt = encoderOptions(workingDictSize(sizeHint));
+  lzma_options_lzma opt = encoderOptions(workingDictSize(sizeHint), level);
   lzma_filter filters[] = {{LZMA_FILTER_LZMA2, &opt}, {LZMA_VLI_UNKNOWN, nullptr}};
   if (lzma_raw_encoder(&strm_, filters) != LZMA_OK) {
     release();

@@ -27,9 +27,10 @@ class PayloadEncoder {
   PayloadEncoder& operator=(const PayloadEncoder&) = delete;
 
   // Encodes everything read yields into write. sizeHint (the input's size, or
-  // UINT64_MAX when unknown) sizes the working dictionary.
+  // UINT64_MAX when unknown) sizes the working dictionary; level picks the
+  // encoder's settings (see encoderOptions).
   bool encode(uint64_t sizeHint, const Reader& read, const Writer& write,
-              uint64_t* sourceBytes = nullptr);
+              uint64_t* sourceBytes = nullptr, int level = -1);
   // Encodes the file at sourcePath into outFd from offset 0, cutting outFd to
   // the payload's length. sourceBytes: the bytes actually read and encoded.
   bool encodeFile(const char* sourcePath, int outFd, uint64_t& sourceBytes, uint64_t& payloadBytes);

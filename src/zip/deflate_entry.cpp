@@ -1,7 +1,8 @@
-// Format 0: the source is deflated as it is read, so entries need no
-// temporary file and the progress reports count source bytes. Entries say
-// they were made on Unix, and non-ASCII names are marked as UTF-8, so that
-// other zip tools restore modes, links and names.
+// Format 0: a file that fits in memory is deflated whole by libdeflate
+// before its entry opens; a larger one is deflated by zlib as it is read.
+// Either way the progress reports count source bytes. Entries say they were
+// made on Unix, and non-ASCII names are marked as UTF-8, so that other zip
+// tools restore modes, links and names.
 #include <utf8proc.h>
 
 #include <cstdint>
@@ -18,10 +19,22 @@ constexpr uint64_t kZip64Threshold = 0xFFFFFFFFu - (64u << 20);
 constexpr unsigned long kMadeOnUnix = (3u << 8) | 20u;  // zip 2.0
 constexpr unsigned long kUtf8NameFlag = 0x800;
 
-// Deflated while it is read into the entry.
-bool readWhileWriting(EntrySource& source, WriterScratch& /*scratch*/, EntryContent& out) {
-  out.source = &source;
+constexpr int kDeflate = 8;
+constexpr int kStored = 0;
+constexpr int kUsualLevel = 6;  // zlib's default
+
+bool deflateContent(EntrySource& source, ContentTools& tools, EntryContent& out) {
+  const int level = tools.level < 0 ? kUsualLevel : tools.level;
+  out.method = level == 0 ? kStored : kDeflate;
   out.zip64 = source.size() >= kZip64Threshold;
+  if (level == 0 || source.size() > WholeDeflater::kMaxSize) {
+    out.kind = EntryContent::Kind::kStreamed;
+    out.source = &source;
+    return true;
+  }
+  out.kind = EntryContent::Kind::kDeflated;
+  if (!tools.deflater.deflate(source, level, out.deflated, out.crc, out.sourceSize)) return false;
+  out.zip64 = out.sourceSize >= kZip64Threshold;
   return true;
 }
 
@@ -42,16 +55,16 @@ unsigned long utf8NameFlag(const char* storedName) {
 }
 
 constexpr WriterFormat kDeflateFormat = {
-    nullptr,           // logComponent: never logs
-    8,                 // method: deflate
-    -1,                // level: zlib's default
-    1,                 // extraNameSkip: one character beyond the base folder
-    false,             // subFolderEntries
-    true,              // companionAfterEachFile
-    true,              // localTimestamp
-    readWhileWriting,  // prepareContent
-    kMadeOnUnix,       // versionMadeBy
-    utf8NameFlag,      // nameFlags
+    nullptr,         // logComponent: never logs
+    8,               // method: deflate
+    -1,              // level: zlib's default
+    1,               // extraNameSkip: one character beyond the base folder
+    false,           // subFolderEntries
+    true,            // companionAfterEachFile
+    true,            // localTimestamp
+    deflateContent,  // prepareContent
+    kMadeOnUnix,     // versionMadeBy
+    utf8NameFlag,    // nameFlags
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
 // The folder walk, its counting twin and the metadata companions.
 #include <dirent.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 
 #include <cerrno>
 #include <cstring>
@@ -36,6 +37,23 @@ void childPath(char (&child)[kPathBufferSize], const char* folder, const char* n
   boundedCopy(child, folder);
   boundedAppend(child, "/");
   boundedAppend(child, name);
+}
+
+// Whether path (not following a link) carries a "user." attribute, the only
+// ones a companion holds.
+bool hasUserAttributes(const char* path) {
+  std::vector<char> names(4096);
+  for (;;) {
+    const ssize_t n = llistxattr(path, names.data(), names.size());
+    if (n >= 0) {
+      for (size_t at = 0; at < static_cast<size_t>(n); at += std::strlen(names.data() + at) + 1) {
+        if (std::strncmp(names.data() + at, "user.", 5) == 0) return true;
+      }
+      return false;
+    }
+    if (errno != ERANGE || names.size() > (1u << 20)) return false;
+    names.resize(names.size() * 4);
+  }
 }
 
 // The next listed item; null at the end, or on an error with errno set.
@@ -88,7 +106,7 @@ bool ZipWriter::addFolder(const char* path, bool flatten, bool addRootFolder) {
     } else {
       log(kLogLevelDetail, "Found file %s inside directory %s", entry->d_name, folder);
       result = addFile(child, nullptr, flatten);
-      if (result && format_.companionAfterEachFile) {
+      if (result && wantsCompanion(child)) {
         char childName[kPathBufferSize];
         boundedCopy(childName, name);
         if (name[0] != '\0') boundedAppend(childName, "/");
@@ -101,6 +119,18 @@ bool ZipWriter::addFolder(const char* path, bool flatten, bool addRootFolder) {
   // A listing cut short would give an archive that silently lacks items.
   if (errno != 0) return fail(failureText("cannot read the folder", folder, errno));
   return result;
+}
+
+bool ZipWriter::wantsCompanion(const char* path) const {
+  switch (companions_) {
+    case CompanionPolicy::kNever:
+      return false;
+    case CompanionPolicy::kWithMetadata:
+      return hasUserAttributes(path);
+    case CompanionPolicy::kFormatDefault:
+      break;
+  }
+  return format_.companionAfterEachFile;
 }
 
 // Packed in memory: a companion is small, and there is no file to clean up.

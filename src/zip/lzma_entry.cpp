@@ -14,18 +14,19 @@ namespace {
 
 constexpr uint64_t kZip64Threshold = 0xFFFFFFFFu;
 
-bool encodePayload(EntrySource& source, WriterScratch& scratch, EntryContent& out) {
-  PayloadBuffer& payload = scratch.payload;
+bool encodePayload(EntrySource& source, ContentTools& tools, EntryContent& out) {
+  PayloadBuffer& payload = out.payload;
   payload.clear();
   uint64_t size = 0;
-  const bool encoded = scratch.encoder.encode(
+  const bool encoded = tools.encoder.encode(
       source.size(), [&](uint8_t* buf, size_t n) { return source.read(buf, n); },
-      [&](const uint8_t* buf, size_t n) { return payload.append(buf, n); }, &size);
+      [&](const uint8_t* buf, size_t n) { return payload.append(buf, n); }, &size, tools.level);
   if (!encoded) return false;
   // The size of what was encoded, so that text and payload always agree.
+  out.kind = EntryContent::Kind::kPayload;
+  out.method = 0;
   out.localExtra = sizeExtraField(size);
   out.zip64 = size >= kZip64Threshold || payload.size() >= kZip64Threshold;
-  out.payload = &payload;
   return true;
 }
 

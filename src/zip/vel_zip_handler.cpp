@@ -24,6 +24,18 @@ bool VelZipHandler::discardZip() {
   return writer_->discard();
 }
 
+void VelZipHandler::setCompressionLevel(int level) {
+  writer_->setLevel(level);
+}
+
+void VelZipHandler::setCompanionPolicy(CompanionPolicy policy) {
+  writer_->setCompanionPolicy(policy);
+}
+
+void VelZipHandler::setThreadCount(unsigned threads) {
+  writer_->setThreadCount(threads);
+}
+
 const char* VelZipHandler::lastError() const {
   return writer_->lastError();
 }

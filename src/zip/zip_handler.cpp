@@ -22,6 +22,18 @@ bool ZipHandler::discardZip() {
   return writer_->discard();
 }
 
+void ZipHandler::setCompressionLevel(int level) {
+  writer_->setLevel(level);
+}
+
+void ZipHandler::setCompanionPolicy(CompanionPolicy policy) {
+  writer_->setCompanionPolicy(policy);
+}
+
+void ZipHandler::setThreadCount(unsigned threads) {
+  writer_->setThreadCount(threads);
+}
+
 const char* ZipHandler::lastError() const {
   return writer_->lastError();
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -96,7 +97,7 @@ bool ZipWriter::open(const char* zipPath, const char* baseDir, bool append) {
   }
   archivePath_ = path;
   entries_ = 0;
-  scratch_.payload.setSpillFolder(output_.folder());
+  content_.payload.setSpillFolder(output_.folder());
 
   if (baseDir == nullptr) {
     char copy[kPathBufferSize];
@@ -111,7 +112,7 @@ bool ZipWriter::open(const char* zipPath, const char* baseDir, bool append) {
 bool ZipWriter::close() {
   base_[0] = '\0';
   if (zip_ == nullptr) return true;
-  scratch_.payload.release();  // its file lives in the archive's folder
+  content_.payload.release();  // its file lives in the archive's folder
   // Spoilt earlier: why was said then.
   const bool spoilt = output_.error() != 0;
   const int closed = zipClose(zip_, nullptr);
@@ -133,7 +134,7 @@ bool ZipWriter::close() {
 bool ZipWriter::discard() {
   base_[0] = '\0';
   if (zip_ == nullptr) return false;
-  scratch_.payload.release();
+  content_.payload.release();
   // The zip layer frees its state only by finishing the archive.
   output_.dropWrites();
   zipClose(zip_, nullptr);
@@ -222,25 +223,39 @@ bool ZipWriter::addFile(const char* path, const char* entryName, bool flatten) {
 bool ZipWriter::addContent(const char* storedName, const zip_fileinfo& zi, const std::string& times,
                            EntrySource& source, const char* reportedName, const char* sourcePath) {
   Operation operation(*this);
-  EntryContent content;
-  if (!format_.prepareContent(source, scratch_, content)) {
+  EntryContent& content = content_;
+  content.reset();
+  if (!format_.prepareContent(source, tools_, content)) {
     if (source.error() != 0) return fail(failureText("cannot read", sourcePath, source.error()));
     // A payload that cannot be staged cannot go in: the archive can never be
     // completed and is not published.
-    if (const int err = scratch_.payload.error()) {
+    if (const int err = content.payload.error()) {
       output_.fail(err);
       return fail(failureText(std::string("cannot stage the payload of ") + sourcePath + " beside",
                               archivePath_, err));
     }
-    return fail(std::string("cannot encode ") + sourcePath);
+    return fail(failureText("cannot compress", sourcePath, errno));
   }
+  return writeContent(storedName, zi, times, content, reportedName, sourcePath);
+}
 
+bool ZipWriter::writeContent(const char* storedName, const zip_fileinfo& zi,
+                             const std::string& times, EntryContent& content,
+                             const char* reportedName, const char* sourcePath) {
+  using Kind = EntryContent::Kind;
+  const bool streamedStore = content.kind == Kind::kStreamed && content.method != Z_DEFLATED;
+  const EntryMode mode = content.kind == Kind::kDeflated || streamedStore ? EntryMode::kRaw
+                         : content.kind == Kind::kStreamed                ? EntryMode::kDeflater
+                                                                          : EntryMode::kLayer;
   CopyEnd end = CopyEnd::kWriteFailed;
-  if (openEntry(storedName, zi, content.localExtra, times, content.zip64) == ZIP_OK) {
+  if (openEntry(storedName, zi, content.localExtra, times, content.zip64, content.method, mode) ==
+      ZIP_OK) {
     end = copyIntoEntry(content);
     const bool cutShort =
-        end == CopyEnd::kReadFailed || (end == CopyEnd::kStopped && content.payload == nullptr);
-    if (closeEntry(cutShort) != ZIP_OK && end != CopyEnd::kReadFailed) end = CopyEnd::kWriteFailed;
+        end == CopyEnd::kReadFailed || (end == CopyEnd::kStopped && content.kind != Kind::kPayload);
+    const int closed = mode == EntryMode::kRaw ? closeRaw(content.sourceSize, content.crc, cutShort)
+                                               : closeEntry(cutShort);
+    if (closed != ZIP_OK && end != CopyEnd::kReadFailed) end = CopyEnd::kWriteFailed;
   }
   if (output_.error() != 0) end = CopyEnd::kWriteFailed;
   progress_.report(kZLibStateEntryDone, 0, reportedName, sourcePath);
@@ -251,36 +266,42 @@ bool ZipWriter::addContent(const char* storedName, const zip_fileinfo& zi, const
     case CopyEnd::kStopped:
       return fail(std::string("stopped by the progress callback at ") + sourcePath);
     case CopyEnd::kReadFailed:
-      return fail(failureText("cannot read", sourcePath, source.error()));
+      return fail(failureText("cannot read", sourcePath, content.source->error()));
     case CopyEnd::kWriteFailed:
       break;
   }
   return failWrite();
 }
 
-// Blocks of up to 64 KiB, each reported after it is written. Answers: 0 go
-// on, 1 the write failed, 2 the callback said stop.
-ZipWriter::CopyEnd ZipWriter::copyIntoEntry(const EntryContent& content) {
+bool ZipWriter::reportData(size_t bytes, bool& stopped) {
+  if (!stopped && progress_.report(kZLibStateEntryData, static_cast<uint32_t>(bytes), nullptr,
+                                   nullptr) != kZLibContinue) {
+    stopped = true;
+  }
+  return !stopped;
+}
+
+// Blocks of up to 64 KiB, each reported after it is written.
+ZipWriter::CopyEnd ZipWriter::copyIntoEntry(EntryContent& content) {
+  bool stopped = false;
+  if (content.kind == EntryContent::Kind::kDeflated) return copyDeflated(content, stopped);
   // A payload is whole before its entry opens: when the callback says stop,
   // the copy still ends, without more reports, so that the entry is complete.
-  const bool finishAnyway = content.payload != nullptr;
-  bool stopped = false;
+  const bool finishAnyway = content.kind == EntryContent::Kind::kPayload;
+  // Answers: 0 go on, 1 the write failed, 2 the callback said stop.
   const auto put = [&](const uint8_t* data, size_t n) {
     if (writeEntry(data, static_cast<unsigned>(n)) != ZIP_OK || output_.error() != 0) return 1;
-    if (!stopped && progress_.report(kZLibStateEntryData, static_cast<uint32_t>(n), nullptr,
-                                     nullptr) != kZLibContinue) {
-      stopped = true;
-      if (!finishAnyway) return 2;
-    }
-    return 0;
+    return reportData(n, stopped) || finishAnyway ? 0 : 2;
   };
+  // Stored as it is read: the CRC is this writer's to reckon.
+  const bool tally = content.kind == EntryContent::Kind::kStreamed && !deflater_.active();
 
   int answer = 0;
-  if (content.payload != nullptr) {
-    answer = content.payload->forEachBlock(kBlockSize, put);
+  if (content.kind == EntryContent::Kind::kPayload) {
+    answer = content.payload.forEachBlock(kBlockSize, put);
     if (answer < 0) {
       // What cannot be read back cannot be completed: the archive is spoilt.
-      output_.fail(content.payload->error());
+      output_.fail(content.payload.error());
       return CopyEnd::kWriteFailed;
     }
   } else {
@@ -289,6 +310,10 @@ ZipWriter::CopyEnd ZipWriter::copyIntoEntry(const EntryContent& content) {
       const ssize_t n = content.source->read(block, kBlockSize);
       if (n < 0) return CopyEnd::kReadFailed;
       if (n == 0) break;
+      if (tally) {
+        content.crc = static_cast<uint32_t>(crc32(content.crc, block, static_cast<uInt>(n)));
+        content.sourceSize += static_cast<uint64_t>(n);
+      }
       answer = put(block, static_cast<size_t>(n));
     }
   }
@@ -296,22 +321,61 @@ ZipWriter::CopyEnd ZipWriter::copyIntoEntry(const EntryContent& content) {
   return stopped ? CopyEnd::kStopped : CopyEnd::kDone;
 }
 
+// Deflated beforehand, the data is written in step with reports that count
+// the source's 64 KiB blocks, as if it were read and deflated now. When the
+// callback says stop, the rest still goes in without reports: the stream
+// stays whole and the poisoned CRC tells every tool the entry is damaged.
+ZipWriter::CopyEnd ZipWriter::copyDeflated(const EntryContent& content, bool& stopped) {
+  const uint64_t blocks = (content.sourceSize + kBlockSize - 1) / kBlockSize;
+  const uint64_t total = content.deflated.size();
+  uint64_t written = 0;
+  for (uint64_t b = 1; b <= std::max<uint64_t>(blocks, 1); ++b) {
+    const uint64_t upTo = blocks == 0 ? total : total * b / blocks;
+    while (written < upTo) {
+      const unsigned n = static_cast<unsigned>(std::min<uint64_t>(upTo - written, kBlockSize));
+      if (zipWriteInFileInZip(zip_, content.deflated.data() + written, n) != ZIP_OK ||
+          output_.error() != 0) {
+        return CopyEnd::kWriteFailed;
+      }
+      written += n;
+    }
+    if (blocks == 0) break;
+    const uint64_t bytes =
+        std::min<uint64_t>(kBlockSize, content.sourceSize - (b - 1) * kBlockSize);
+    reportData(static_cast<size_t>(bytes), stopped);
+  }
+  return stopped ? CopyEnd::kStopped : CopyEnd::kDone;
+}
+
+// Raw entries take their bytes as they are and their CRC and size at the
+// close: deflate data fed through deflater_ or made beforehand, and format
+// 0's stored entries, whose CRC is poisoned when they are cut short.
 int ZipWriter::openEntry(const char* storedName, const zip_fileinfo& zi,
-                         const std::string& localExtra, const std::string& times, bool zip64) {
+                         const std::string& localExtra, const std::string& times, bool zip64,
+                         int method, EntryMode mode) {
   const std::string local = format_.localTimestamp ? localExtra + times : localExtra;
-  const bool deflated = format_.method == Z_DEFLATED;
+  const bool deflated = method == Z_DEFLATED;
+  const int level = deflated ? (tools_.level < 0 ? Z_DEFAULT_COMPRESSION : tools_.level) : 0;
   int err = zipOpenNewFileInZip4_64(
       zip_, storedName, &zi, local.empty() ? nullptr : local.data(),
       static_cast<uInt>(local.size()), times.empty() ? nullptr : times.data(),
-      static_cast<uInt>(times.size()), nullptr, format_.method, format_.level, deflated ? 1 : 0,
+      static_cast<uInt>(times.size()), nullptr, method, level, mode != EntryMode::kLayer ? 1 : 0,
       -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, format_.versionMadeBy,
       format_.nameFlags ? format_.nameFlags(storedName) : 0, zip64 ? 1 : 0);
   if (err == ZIP_OK) ++entries_;
-  if (err == ZIP_OK && deflated && !deflater_.begin(format_.level)) {
+  if (err == ZIP_OK && mode == EntryMode::kDeflater && !deflater_.begin(level)) {
     zipCloseFileInZipRaw64(zip_, 0, 0);
     err = ZIP_INTERNALERROR;
   }
   return err;
+}
+
+ZipWriter::EntryMode ZipWriter::modeFor(int method) const {
+  return method == Z_DEFLATED ? EntryMode::kDeflater : EntryMode::kLayer;
+}
+
+int ZipWriter::closeRaw(uint64_t size, uint32_t crc, bool cutShort) {
+  return zipCloseFileInZipRaw64(zip_, size, cutShort ? crc ^ 0xFFFFFFFFu : crc);
 }
 
 int ZipWriter::writeEntry(const void* data, unsigned len) {
@@ -331,7 +395,9 @@ bool ZipWriter::addLink(const char* path, const char* storedName, const zip_file
   const ssize_t len = readlink(path, target, kLinkTargetSize);
   if (len < 0) return fail(failureText("cannot read the link", path, errno));
   if (len == 0) return fail(std::string("cannot add the link ") + path + ": its target is empty");
-  if (openEntry(storedName, zi, std::string(), times, false) != ZIP_OK) return failWrite();
+  if (openEntry(storedName, zi, std::string(), times, false, format_.method,
+                modeFor(format_.method)) != ZIP_OK)
+    return failWrite();
   const int err = writeEntry(target, static_cast<unsigned>(len));
   const int closed = closeEntry(false);
   if (err != ZIP_OK || closed != ZIP_OK || output_.error() != 0) return failWrite();
@@ -349,7 +415,9 @@ void ZipWriter::addDirectoryEntry(const char* entryName, const char* folderPath)
   struct stat st;
   const bool statOk = fillZipFileInfo(folderPath, zi, &st);
   const std::string times = statOk ? modificationTimeExtra(st.st_mtime) : std::string();
-  if (openEntry(stored.c_str(), zi, std::string(), times, false) == ZIP_OK) closeEntry(false);
+  if (openEntry(stored.c_str(), zi, std::string(), times, false, format_.method,
+                modeFor(format_.method)) == ZIP_OK)
+    closeEntry(false);
 }
 
 }  // namespace velzip

@@ -19,32 +19,15 @@
 #include "lzma/payload_encoder.h"
 #include "velzip/VelZipHandler.h"
 #include "zip/archive_output.h"
+#include "zip/entry_content.h"
 #include "zip/entry_deflater.h"
 #include "zip/entry_source.h"
-#include "zip/payload_buffer.h"
 
 namespace velzip {
 
-// What a regular entry stores, produced by the format before the entry is
-// opened: the source itself (read while the entry is written) or a payload
-// made from it beforehand.
-struct EntryContent {
-  EntrySource* source = nullptr;
-  PayloadBuffer* payload = nullptr;
-  std::string localExtra;  // local extra field; empty for none
-  bool zip64 = false;      // the source or the stored data reaches 4 GiB
-};
-
-// What one operation (a file, a whole folder walk) reuses from entry to
-// entry; released when the operation returns.
-struct WriterScratch {
-  PayloadBuffer payload;   // format 1's encoded content
-  PayloadEncoder encoder;  // format 1's encoder, kept between files
-};
-
 struct WriterFormat {
   const char* logComponent;  // null: this generation never logs
-  int method;                // zip method and level of every entry
+  int method;                // zip method and level of links and folders
   int level;
   // Characters dropped after the base folder, beyond its length, when an
   // absolute path's stored name is derived.
@@ -54,9 +37,10 @@ struct WriterFormat {
   // The extended timestamp goes into local headers too, not only into the
   // central directory.
   bool localTimestamp;
-  // From a source to the stored content. False fails the add with nothing
-  // written; the source's or the payload's error() tells why, if either has one.
-  bool (*prepareContent)(EntrySource& source, WriterScratch& scratch, EntryContent& out);
+  // From a source to the stored content, with the tools of the calling
+  // thread. False fails the add with nothing written; the source's or the
+  // payload's error() tells why, if either has one.
+  bool (*prepareContent)(EntrySource& source, ContentTools& tools, EntryContent& out);
   // "Version made by" of every entry. A Unix host (upper byte 3) is what
   // other zip tools need before they apply the stored modes and links.
   unsigned long versionMadeBy = 0;
@@ -105,6 +89,10 @@ class ZipWriter {
   bool addResourceFork(const char* entryName, const char* path);
 
   void setCallback(ZLibCallback fn, void* userData) { progress_.set(fn, userData); }
+  // 0 to 9, or -1 for the format's usual level.
+  void setLevel(int level) { tools_.level = level < -1 || level > 9 ? -1 : level; }
+  void setCompanionPolicy(CompanionPolicy policy) { companions_ = policy; }
+  void setThreadCount(unsigned threads) { threads_ = threads == 0 ? 1 : threads; }
   void setLogger(void* logger) { logger_ = logger; }
   void* logger() const { return logger_; }
 
@@ -130,8 +118,9 @@ class ZipWriter {
     explicit Operation(ZipWriter& writer) : writer_(writer) { ++writer_.depth_; }
     ~Operation() {
       if (--writer_.depth_ == 0) {
-        writer_.scratch_.payload.release();
-        writer_.scratch_.encoder.release();
+        writer_.content_.payload.release();
+        std::vector<uint8_t>().swap(writer_.content_.deflated);
+        writer_.tools_.release();
       }
     }
     Operation(const Operation&) = delete;
@@ -143,17 +132,28 @@ class ZipWriter {
 
   bool storedNameFor(const char* path, const char* entryName, bool flatten, std::string& out);
   // Every entry goes through these three: deflated ones through deflater_.
+  // How an entry's bytes reach the zip layer: it compresses them itself
+  // (stored data that it checks), zlib's stream feeds it, or they go raw.
+  enum class EntryMode { kLayer, kDeflater, kRaw };
+  EntryMode modeFor(int method) const;
   int openEntry(const char* storedName, const zip_fileinfo& zi, const std::string& localExtra,
-                const std::string& times, bool zip64);
+                const std::string& times, bool zip64, int method, EntryMode mode);
   int writeEntry(const void* data, unsigned len);
   int closeEntry(bool damaged);
+  int closeRaw(uint64_t size, uint32_t crc, bool damaged);
   bool addLink(const char* path, const char* storedName, const zip_fileinfo& zi,
                const std::string& times);
   void addDirectoryEntry(const char* entryName, const char* folderPath);
   // A regular entry from source, between its start and end reports.
   bool addContent(const char* storedName, const zip_fileinfo& zi, const std::string& times,
                   EntrySource& source, const char* reportedName, const char* sourcePath);
-  CopyEnd copyIntoEntry(const EntryContent& content);
+  bool writeContent(const char* storedName, const zip_fileinfo& zi, const std::string& times,
+                    EntryContent& content, const char* reportedName, const char* sourcePath);
+  CopyEnd copyIntoEntry(EntryContent& content);
+  CopyEnd copyDeflated(const EntryContent& content, bool& stopped);
+  // A data report; false once the callback said stop.
+  bool reportData(size_t bytes, bool& stopped);
+  bool wantsCompanion(const char* path) const;
   char* buffer();
 
   const WriterFormat& format_;
@@ -166,7 +166,10 @@ class ZipWriter {
   Progress progress_;
   void* logger_ = nullptr;
   std::unique_ptr<char[]> buffer_;  // one 64 KiB block, made on first use
-  WriterScratch scratch_;
+  ContentTools tools_;
+  EntryContent content_;
+  CompanionPolicy companions_ = CompanionPolicy::kFormatDefault;
+  unsigned threads_ = 1;
   EntryDeflater deflater_;
   int depth_ = 0;
 };
