@@ -4,13 +4,10 @@
 // would, and publishes each file at its turn. The workers exist only for
 // the length of one unzipTo.
 #include <atomic>
-#include <condition_variable>
-#include <deque>
 #include <memory>
-#include <mutex>
-#include <thread>
 #include <vector>
 
+#include "frame/workers.h"
 #include "unzip/reader_core.h"
 #include "velzip/StringUtils.h"
 
@@ -24,66 +21,6 @@ struct Job {
   bool submitted = false;
   bool done = false;
   FileWork work;
-};
-
-// Runs jobs FIFO on n threads; waitFor blocks until a given one is done.
-class Workers {
- public:
-  Workers(unsigned n, std::function<void(Job&)> run) : run_(std::move(run)) {
-    for (unsigned i = 0; i < n; ++i) threads_.emplace_back([this] { loop(); });
-  }
-  // Jobs not yet started are dropped; those running are expected to stop soon.
-  ~Workers() {
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      stopping_ = true;
-      queue_.clear();
-    }
-    wake_.notify_all();
-    for (std::thread& t : threads_) t.join();
-  }
-  Workers(const Workers&) = delete;
-  Workers& operator=(const Workers&) = delete;
-
-  void submit(Job& job) {
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      job.submitted = true;
-      queue_.push_back(&job);
-    }
-    wake_.notify_one();
-  }
-  void waitFor(const Job& job) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    done_.wait(lock, [&] { return job.done; });
-  }
-
- private:
-  void loop() {
-    for (;;) {
-      Job* job = nullptr;
-      {
-        std::unique_lock<std::mutex> lock(mutex_);
-        wake_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
-        if (queue_.empty()) return;
-        job = queue_.front();
-        queue_.pop_front();
-      }
-      run_(*job);
-      {
-        std::lock_guard<std::mutex> lock(mutex_);
-        job->done = true;
-      }
-      done_.notify_all();
-    }
-  }
-
-  std::function<void(Job&)> run_;
-  std::mutex mutex_;
-  std::condition_variable wake_, done_;
-  std::deque<Job*> queue_;
-  bool stopping_ = false;
-  std::vector<std::thread> threads_;
 };
 
 }  // namespace
@@ -129,7 +66,7 @@ bool ReaderCore::extractInParallel(const char* destFolder, bool junkPaths, unsig
   std::atomic<bool> cancelled{false};
   const char* password = password_;
   const ContentWriter writer = traits_.writeContent;
-  Workers workers(threads_, [&](Job& job) {
+  Workers<Job> workers(threads_, [&](Job& job) {
     const DataReporter hold = [&](uint64_t bytes) {
       job.work.reports.push_back(bytes);
       return !cancelled.load(std::memory_order_relaxed);
@@ -150,6 +87,7 @@ bool ReaderCore::extractInParallel(const char* destFolder, bool junkPaths, unsig
         continue;
       }
       Job& job = *jobs[next];
+      job.submitted = true;
       fillWork(e, job.work);
       const size_t slash = e.rel.rfind('/');
       job.work.dir =

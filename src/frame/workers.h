@@ -1,0 +1,79 @@
+// A few worker threads that run jobs in the order they were handed over,
+// for one operation: the readers decode files ahead, the writers compress
+// them ahead, while the caller's thread keeps the archive's order. The
+// threads end with the object.
+#ifndef VELZIP_FRAME_WORKERS_H
+#define VELZIP_FRAME_WORKERS_H
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace velzip {
+
+// Job needs a `bool done` that only Workers touches.
+template <class Job>
+class Workers {
+ public:
+  Workers(unsigned threads, std::function<void(Job&)> run) : run_(std::move(run)) {
+    for (unsigned i = 0; i < threads; ++i) threads_.emplace_back([this] { loop(); });
+  }
+  // Jobs not yet started are dropped; those running are expected to stop soon.
+  ~Workers() {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      stopping_ = true;
+      queue_.clear();
+    }
+    wake_.notify_all();
+    for (std::thread& t : threads_) t.join();
+  }
+  Workers(const Workers&) = delete;
+  Workers& operator=(const Workers&) = delete;
+
+  void submit(Job& job) {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      queue_.push_back(&job);
+    }
+    wake_.notify_one();
+  }
+  void waitFor(const Job& job) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    done_.wait(lock, [&] { return job.done; });
+  }
+
+ private:
+  void loop() {
+    for (;;) {
+      Job* job = nullptr;
+      {
+        std::unique_lock<std::mutex> lock(mutex_);
+        wake_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
+        if (queue_.empty()) return;
+        job = queue_.front();
+        queue_.pop_front();
+      }
+      run_(*job);
+      {
+        std::lock_guard<std::mutex> lock(mutex_);
+        job->done = true;
+      }
+      done_.notify_all();
+    }
+  }
+
+  std::function<void(Job&)> run_;
+  std::mutex mutex_;
+  std::condition_variable wake_, done_;
+  std::deque<Job*> queue_;
+  bool stopping_ = false;
+  std::vector<std::thread> threads_;
+};
+
+}  // namespace velzip
+
+#endif  // VELZIP_FRAME_WORKERS_H
