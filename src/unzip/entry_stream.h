@@ -29,7 +29,8 @@ class EntryStream {
   // entry is encrypted.
   bool open(const ArchiveFile& file, const ZipEntryRecord& rec, const char* password);
   // Up to size bytes: the count; 0 once every byte was read and the CRC-32
-  // and size matched the record; -1 on failure (why()).
+  // (unless AE-2 leaves it out), the size and any authentication code
+  // matched; -1 on failure (why()).
   ssize_t read(void* buf, size_t size);
   void close();
 
@@ -45,6 +46,9 @@ class EntryStream {
 
  private:
   bool fail(OpenFailure failure, const std::string& why);
+  bool openDecryption(const ZipEntryRecord& rec, const char* password, ByteSource*& packed,
+                      uint64_t& packedSize);
+  bool drainAuthenticated();
 
   StreamError error_;
   OpenFailure failure_ = OpenFailure::kNone;
@@ -58,6 +62,7 @@ class EntryStream {
   uint32_t crc_ = 0;
   uint64_t produced_ = 0;
   bool checkCrc_ = true;
+  bool authenticated_ = false;  // plain_ checks a code at its end
   bool done_ = false;
 };
 
