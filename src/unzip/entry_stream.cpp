@@ -36,9 +36,8 @@ std::string EntryStream::unreadable(const ZipEntryRecord& rec) {
   return unreadableLayers(dataLayers(rec));
 }
 
-bool EntryStream::openDecryption(const ZipEntryRecord& rec, const char* password,
-                                 ByteSource*& packed, uint64_t& packedSize) {
-  const DataLayers layers = dataLayers(rec);
+bool EntryStream::openDecryption(const ZipEntryRecord& rec, const DataLayers& layers,
+                                 const char* password, ByteSource*& packed, uint64_t& packedSize) {
   if (layers.encryption == Encryption::kNone) return true;
   if (password == nullptr) return fail(OpenFailure::kNeedsPassword, "encrypted; no password");
   if (layers.encryption == Encryption::kAes) {
@@ -57,16 +56,17 @@ bool EntryStream::openDecryption(const ZipEntryRecord& rec, const char* password
 
 bool EntryStream::open(const ArchiveFile& file, const ZipEntryRecord& rec, const char* password) {
   close();
-  const std::string refused = unreadable(rec);
+  const DataLayers layers = dataLayers(rec);
+  const std::string refused = unreadableLayers(layers);
   if (!refused.empty()) return fail(OpenFailure::kUnsupported, refused);
   if (!file.readLocal(rec, local_, error_.why)) return fail(OpenFailure::kDamaged, error_.why);
   stored_ = std::make_unique<RangeSource>(file, local_.dataOffset, rec.compressedSize, error_);
   ByteSource* packed = stored_.get();
   uint64_t packedSize = rec.compressedSize;
-  if (!openDecryption(rec, password, packed, packedSize)) return false;
+  if (!openDecryption(rec, layers, password, packed, packedSize)) return false;
 
   MethodInput input;
-  input.method = dataLayers(rec).method;
+  input.method = layers.method;
   input.packedSize = packedSize;
   input.size = rec.uncompressedSize;
   input.flag = rec.flag;

@@ -10,6 +10,7 @@
 
 #include "unzip/archive_file.h"
 #include "unzip/byte_source.h"
+#include "unzip/data_layers.h"
 #include "unzip/zip_record.h"
 
 namespace velzip {
@@ -46,8 +47,9 @@ class EntryStream {
 
  private:
   bool fail(OpenFailure failure, const std::string& why);
-  bool openDecryption(const ZipEntryRecord& rec, const char* password, ByteSource*& packed,
-                      uint64_t& packedSize);
+  // Puts the entry's decryption, if any, over packed.
+  bool openDecryption(const ZipEntryRecord& rec, const DataLayers& layers, const char* password,
+                      ByteSource*& packed, uint64_t& packedSize);
   bool drainAuthenticated();
 
   StreamError error_;
