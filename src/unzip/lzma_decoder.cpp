@@ -27,6 +27,7 @@ bool decodeProperties(const uint8_t* properties, lzma_options_lzma& options) {
     return false;
   }
   const std::unique_ptr<void, FreeOptions> owned(filter.options);
+  // liblzma leaves the extended fields unset; setEnd fills them.
   options = *static_cast<const lzma_options_lzma*>(filter.options);
   return true;
 }
@@ -43,34 +44,44 @@ bool fitDictionary(lzma_options_lzma& options, uint64_t size, StreamError& error
   return false;
 }
 
+// The options the header before the stream gives; false with the reason.
+bool readHeader(ByteSource& packed, lzma_options_lzma& options, StreamError& error) {
+  uint8_t header[kHeaderSize];
+  const ssize_t got = readFully(packed, header, sizeof header);
+  if (got < 0) return false;
+  if (got != static_cast<ssize_t>(sizeof header)) {
+    error.fail("the LZMA header is cut short");
+    return false;
+  }
+  if (le16(header + kVersionSize) != kPropertiesSize ||
+      !decodeProperties(header + kHeaderSize - kPropertiesSize, options)) {
+    error.fail("damaged LZMA header");
+    return false;
+  }
+  return true;
+}
+
+// Flag bit 1 promises an end marker; without it the stream ends after
+// exactly the record's size (a marker there is still accepted).
+void setEnd(lzma_options_lzma& options, const MethodInput& input) {
+  if ((input.flag & kFlagLzmaEndMarker) != 0) {
+    options.ext_flags = 0;
+    lzma_set_ext_size(options, UINT64_MAX);
+  } else {
+    options.ext_flags = LZMA_LZMA1EXT_ALLOW_EOPM;
+    lzma_set_ext_size(options, input.size);
+  }
+}
+
 }  // namespace
 
 std::unique_ptr<ByteSource> makeLzmaDecoder(const MethodInput& input, ByteSource& packed,
                                             StreamError& error) {
-  uint8_t header[kHeaderSize];
-  const ssize_t got = readFully(packed, header, sizeof header);
-  if (got < 0) return nullptr;
-  if (got != static_cast<ssize_t>(sizeof header)) {
-    error.fail("the LZMA header is cut short");
-    return nullptr;
-  }
   lzma_options_lzma options{};
-  if (le16(header + kVersionSize) != kPropertiesSize ||
-      !decodeProperties(header + kHeaderSize - kPropertiesSize, options)) {
-    error.fail("damaged LZMA header");
+  if (!readHeader(packed, options, error) || !fitDictionary(options, input.size, error)) {
     return nullptr;
   }
-  if (!fitDictionary(options, input.size, error)) return nullptr;
-  // Flag bit 1 promises an end marker; without it the stream ends after
-  // exactly the record's size (a marker there is still accepted).
-  // liblzma leaves the extended fields of decoded properties unset.
-  options.ext_flags = 0;
-  if ((input.flag & kFlagLzmaEndMarker) != 0) {
-    lzma_set_ext_size(options, UINT64_MAX);
-  } else {
-    lzma_set_ext_size(options, input.size);
-    options.ext_flags = LZMA_LZMA1EXT_ALLOW_EOPM;
-  }
+  setEnd(options, input);
   const lzma_filter filters[] = {{LZMA_FILTER_LZMA1EXT, &options}, {LZMA_VLI_UNKNOWN, nullptr}};
   auto decoder = std::make_unique<LiblzmaSource>(packed, "LZMA", error);
   if (!decoder->started(lzma_raw_decoder(decoder->stream(), filters))) return nullptr;

@@ -158,6 +158,25 @@ class WinZipAesSource : public ByteSource {
   bool ended_ = false;
 };
 
+// Reads the salt and the verifier and derives keys from the password;
+// false when the verifier refuses it or the bytes are not there.
+bool checkPassword(ByteSource& cipher, const char* password, DerivedKeys& keys,
+                   StreamError& error) {
+  uint8_t head[kMaxKey / 2 + kVerifierSize];
+  const size_t saltSize = keys.keyLength / 2;
+  const ssize_t got = readFully(cipher, head, saltSize + kVerifierSize);
+  if (got != static_cast<ssize_t>(saltSize + kVerifierSize)) return false;
+  if (!deriveKeys(password, head, saltSize, keys)) {
+    error.fail("OpenSSL failed to derive the AES keys");
+    return false;
+  }
+  if (CRYPTO_memcmp(keys.verifier(), head + saltSize, kVerifierSize) != 0) {
+    error.fail("wrong password");
+    return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 uint64_t winZipAesOverhead(uint8_t strength) {
@@ -167,27 +186,11 @@ uint64_t winZipAesOverhead(uint8_t strength) {
 std::unique_ptr<ByteSource> openWinZipAes(ByteSource& cipher, const WinZipAesField& field,
                                           uint64_t storedSize, const char* password,
                                           StreamError& error) {
-  const size_t saltSize = saltLength(field.strength);
-  if (storedSize < winZipAesOverhead(field.strength)) {
-    error.fail("the AES data is cut short");
-    return nullptr;
-  }
-  uint8_t head[kMaxKey / 2 + kVerifierSize];
-  const size_t headSize = saltSize + kVerifierSize;
-  const ssize_t got = readFully(cipher, head, headSize);
-  if (got < 0) return nullptr;
-  if (got != static_cast<ssize_t>(headSize)) {
-    error.fail("the AES data is cut short");
-    return nullptr;
-  }
   DerivedKeys keys;
   keys.keyLength = aesKeyLength(field.strength);
-  if (!deriveKeys(password, head, saltSize, keys)) {
-    error.fail("OpenSSL failed to derive the AES keys");
-    return nullptr;
-  }
-  if (CRYPTO_memcmp(keys.verifier(), head + saltSize, kVerifierSize) != 0) {
-    error.fail("wrong password");
+  if (storedSize < winZipAesOverhead(field.strength) ||
+      !checkPassword(cipher, password, keys, error)) {
+    if (!error.failed()) error.fail("the AES data is cut short");
     return nullptr;
   }
   auto source = std::make_unique<WinZipAesSource>(
