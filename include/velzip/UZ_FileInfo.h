@@ -6,9 +6,11 @@
 #include <string>
 
 // One archive entry as a reader describes it. Sizes are the zip layer's,
-// cut to 32 bits; getUnzipSize adds the full values.
+// cut to 32 bits; getUnzipSize adds the full values. Names are UTF-8: a
+// matching Info-ZIP Unicode Path field wins, and a name that is not UTF-8
+// from an MS-DOS or Windows host is read as code page 437.
 struct UZ_FileInfo {
-  char fileName[1025];  // as stored (first 1024 bytes), every '\' turned into '/'
+  char fileName[1025];  // the name in UTF-8 (first 1024 bytes), every '\' turned into '/'
   char comment[255];    // always terminated
   uint32_t version;
   uint32_t versionNeeded;
@@ -26,12 +28,19 @@ struct UZ_FileInfo {
 // What an entry is, as extraction treats it.
 enum class UZ_EntryKind { kFile, kFolder, kLink, kCompanion };
 
+// How an entry's data is encrypted. kAes is AES whose key size the entry
+// does not say (its 0x9901 extra field is missing or damaged).
+enum class UZ_Encryption { kNone, kZipCrypto, kAes128, kAes192, kAes256, kAes, kStrong };
+
 // One entry at full width, as the readers themselves see it (getEntryInfo).
 struct UZ_EntryInfo {
-  std::string name;  // whole, every '\' turned into '/'
+  std::string name;  // whole, in UTF-8, every '\' turned into '/'
   UZ_EntryKind kind = UZ_EntryKind::kFile;
-  uint32_t method = 0;          // zip compression method
-  bool encrypted = false;       // needs a password
+  uint32_t method = 0;      // zip compression method as recorded (99 for AES)
+  uint32_t realMethod = 0;  // the data's own method: for AES, the one its extra field names
+  std::string methodName;   // one word: "deflate", "bzip2", "aes+lzma", "method 42"
+  bool encrypted = false;   // needs a password
+  UZ_Encryption encryption = UZ_Encryption::kNone;
   std::string unreadable;       // why velzip cannot read it; empty when it can
   uint64_t compressedSize = 0;  // zip-level sizes, zip64 fields applied
   uint64_t uncompressedSize = 0;

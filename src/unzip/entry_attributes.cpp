@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "lzma/entry_layout.h"
+#include "unzip/name_encoding.h"
 
 namespace velzip {
 namespace {
@@ -35,7 +36,8 @@ uint32_t currentUmask() {
 }
 
 std::string entryName(const ZipEntryRecord& rec) {
-  std::string name = rec.name;
+  // After decoding, so that a name from a Unicode Path field gets it too.
+  std::string name = decodedName(rec);
   for (char& c : name) {
     if (c == '\\') c = '/';
   }

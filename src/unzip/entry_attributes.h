@@ -13,7 +13,9 @@ namespace velzip {
 
 enum class EntryType { kFile, kFolder, kLink, kCompanion };
 
-// The entry's name as extraction uses it: whole, every '\' turned into '/'.
+// The entry's name as extraction uses it: whole, in UTF-8 (a matching
+// Unicode Path field wins; names from MS-DOS and Windows hosts that are not
+// UTF-8 are read as code page 437), every '\' turned into '/'.
 std::string entryName(const ZipEntryRecord& rec);
 
 // Link by the mode's type bits, folder by a trailing '/' or the MS-DOS

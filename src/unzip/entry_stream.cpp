@@ -2,15 +2,25 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <climits>
 
+#include "unzip/data_layers.h"
 #include "unzip/method_decoders.h"
 #include "unzip/traditional_cipher.h"
+#include "unzip/winzip_aes.h"
 
 namespace velzip {
 namespace {
 
-constexpr unsigned kMethodAes = 99;
+constexpr uint64_t kTraditionalHeaderSize = 12;
+constexpr uint16_t kAesWithoutCrc = 2;  // AE-2: the authentication code stands in for it
+constexpr size_t kDrainChunk = 4096;
+
+EntryStream::OpenFailure failureOf(const StreamError& error) {
+  return error.why == "wrong password" ? EntryStream::OpenFailure::kWrongPassword
+                                       : EntryStream::OpenFailure::kDamaged;
+}
 
 }  // namespace
 
@@ -23,42 +33,43 @@ bool EntryStream::fail(OpenFailure failure, const std::string& why) {
 }
 
 std::string EntryStream::unreadable(const ZipEntryRecord& rec) {
-  if ((rec.flag & kFlagEncrypted) != 0) {
-    if ((rec.flag & kFlagStrongEncryption) != 0) return "PKWARE strong encryption is not supported";
-    if (rec.method == kMethodAes) return "AES encryption is not supported";
+  return unreadableLayers(dataLayers(rec));
+}
+
+bool EntryStream::openDecryption(const ZipEntryRecord& rec, const DataLayers& layers,
+                                 const char* password, ByteSource*& packed, uint64_t& packedSize) {
+  if (layers.encryption == Encryption::kNone) return true;
+  if (password == nullptr) return fail(OpenFailure::kNeedsPassword, "encrypted; no password");
+  if (layers.encryption == Encryption::kAes) {
+    plain_ = openWinZipAes(*packed, layers.aes, packedSize, password, error_);
+    packedSize -= std::min(packedSize, winZipAesOverhead(layers.aes.strength));
+    authenticated_ = true;
+    checkCrc_ = layers.aes.version != kAesWithoutCrc;
+  } else {
+    plain_ = openTraditionalCipher(*packed, rec, password, error_);
+    packedSize -= std::min(packedSize, kTraditionalHeaderSize);
   }
-  if (!methodSupported(rec.method)) {
-    return "unsupported compression method " + std::to_string(rec.method) + " (" +
-           methodName(rec.method) + ")";
-  }
-  return std::string();
+  if (!plain_) return fail(failureOf(error_), error_.why);
+  packed = plain_.get();
+  return true;
 }
 
 bool EntryStream::open(const ArchiveFile& file, const ZipEntryRecord& rec, const char* password) {
   close();
-  const std::string refused = unreadable(rec);
+  const DataLayers layers = dataLayers(rec);
+  const std::string refused = unreadableLayers(layers);
   if (!refused.empty()) return fail(OpenFailure::kUnsupported, refused);
   if (!file.readLocal(rec, local_, error_.why)) return fail(OpenFailure::kDamaged, error_.why);
   stored_ = std::make_unique<RangeSource>(file, local_.dataOffset, rec.compressedSize, error_);
   ByteSource* packed = stored_.get();
   uint64_t packedSize = rec.compressedSize;
-
-  if ((rec.flag & kFlagEncrypted) != 0) {
-    if (password == nullptr) return fail(OpenFailure::kNeedsPassword, "encrypted; no password");
-    plain_ = openTraditionalCipher(*packed, rec, password, error_);
-    if (!plain_) {
-      return fail(
-          error_.why == "wrong password" ? OpenFailure::kWrongPassword : OpenFailure::kDamaged,
-          error_.why);
-    }
-    packed = plain_.get();
-    packedSize -= 12;
-  }
+  if (!openDecryption(rec, layers, password, packed, packedSize)) return false;
 
   MethodInput input;
-  input.method = rec.method;
+  input.method = layers.method;
   input.packedSize = packedSize;
   input.size = rec.uncompressedSize;
+  input.flag = rec.flag;
   decoded_ = makeMethodDecoder(input, *packed, error_);
   if (!decoded_) return fail(OpenFailure::kDamaged, error_.why);
   top_ = decoded_.get();
@@ -66,6 +77,17 @@ bool EntryStream::open(const ArchiveFile& file, const ZipEntryRecord& rec, const
   expectedCrc_ = rec.crc;
   crc_ = static_cast<uint32_t>(crc32(0L, Z_NULL, 0));
   return true;
+}
+
+// A decoder may stop short of the stored bytes (a stream's end marker comes
+// before padding); an authentication code covers all of them, so the rest
+// is read through to reach it.
+bool EntryStream::drainAuthenticated() {
+  if (!authenticated_) return true;
+  uint8_t rest[kDrainChunk];
+  ssize_t n;
+  while ((n = plain_->read(rest, sizeof rest)) > 0) continue;
+  return n == 0;
 }
 
 ssize_t EntryStream::read(void* buf, size_t size) {
@@ -79,6 +101,7 @@ ssize_t EntryStream::read(void* buf, size_t size) {
   const ssize_t n = top_->read(out, want);
   if (n < 0) return -1;
   if (n == 0) {
+    if (!drainAuthenticated()) return -1;
     if (produced_ != expectedSize_) {
       return error_.fail("the entry holds " + std::to_string(produced_) + " bytes, not the " +
                          std::to_string(expectedSize_) + " its record says");
@@ -108,6 +131,7 @@ void EntryStream::close() {
   expectedSize_ = produced_ = 0;
   expectedCrc_ = crc_ = 0;
   checkCrc_ = true;
+  authenticated_ = false;
   done_ = false;
 }
 

@@ -10,6 +10,7 @@
 
 #include "unzip/archive_file.h"
 #include "unzip/byte_source.h"
+#include "unzip/data_layers.h"
 #include "unzip/zip_record.h"
 
 namespace velzip {
@@ -29,7 +30,8 @@ class EntryStream {
   // entry is encrypted.
   bool open(const ArchiveFile& file, const ZipEntryRecord& rec, const char* password);
   // Up to size bytes: the count; 0 once every byte was read and the CRC-32
-  // and size matched the record; -1 on failure (why()).
+  // (unless AE-2 leaves it out), the size and any authentication code
+  // matched; -1 on failure (why()).
   ssize_t read(void* buf, size_t size);
   void close();
 
@@ -45,6 +47,10 @@ class EntryStream {
 
  private:
   bool fail(OpenFailure failure, const std::string& why);
+  // Puts the entry's decryption, if any, over packed.
+  bool openDecryption(const ZipEntryRecord& rec, const DataLayers& layers, const char* password,
+                      ByteSource*& packed, uint64_t& packedSize);
+  bool drainAuthenticated();
 
   StreamError error_;
   OpenFailure failure_ = OpenFailure::kNone;
@@ -58,6 +64,7 @@ class EntryStream {
   uint32_t crc_ = 0;
   uint64_t produced_ = 0;
   bool checkCrc_ = true;
+  bool authenticated_ = false;  // plain_ checks a code at its end
   bool done_ = false;
 };
 

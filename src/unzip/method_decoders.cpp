@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "unzip/decoder_makers.h"
 #include "unzip/zip_record.h"
 
 namespace velzip {
@@ -11,6 +12,11 @@ namespace {
 
 constexpr unsigned kStored = 0;
 constexpr unsigned kDeflated = 8;
+constexpr unsigned kBzip2 = 12;
+constexpr unsigned kLzma = 14;
+constexpr unsigned kZstdOld = 20;
+constexpr unsigned kZstd = 93;
+constexpr unsigned kXz = 95;
 constexpr size_t kInputChunk = 64 * 1024;
 
 class StoredDecoder : public ByteSource {
@@ -76,7 +82,18 @@ class InflateDecoder : public ByteSource {
 }  // namespace
 
 bool methodSupported(unsigned method) {
-  return method == kStored || method == kDeflated;
+  switch (method) {
+    case kStored:
+    case kDeflated:
+    case kBzip2:
+    case kLzma:
+    case kZstdOld:
+    case kZstd:
+    case kXz:
+      return true;
+    default:
+      return false;
+  }
 }
 
 std::unique_ptr<ByteSource> makeMethodDecoder(const MethodInput& input, ByteSource& packed,
@@ -92,6 +109,15 @@ std::unique_ptr<ByteSource> makeMethodDecoder(const MethodInput& input, ByteSour
       }
       return d;
     }
+    case kBzip2:
+      return makeBzip2Decoder(packed, error);
+    case kLzma:
+      return makeLzmaDecoder(input, packed, error);
+    case kZstdOld:
+    case kZstd:
+      return makeZstdDecoder(packed, error);
+    case kXz:
+      return makeXzDecoder(packed, error);
     default:
       error.fail("unsupported compression method " + std::to_string(input.method) + " (" +
                  methodName(input.method) + ")");

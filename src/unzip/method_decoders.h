@@ -16,10 +16,12 @@ struct MethodInput {
   unsigned method = 0;
   uint64_t packedSize = 0;  // bytes in, after decryption headers
   uint64_t size = 0;        // bytes out, as the record says
+  uint16_t flag = 0;        // general-purpose flags (LZMA's end marker)
 };
 
 // A decoder for the method over packed, or null with the reason in error
-// ("unsupported compression method 12 (bzip2)") when velzip cannot decode it.
+// ("unsupported compression method 9 (deflate64)") when velzip cannot decode
+// it or the method's own header is damaged.
 std::unique_ptr<ByteSource> makeMethodDecoder(const MethodInput& input, ByteSource& packed,
                                               StreamError& error);
 

@@ -2,6 +2,7 @@
 // and the tool, and checking an entry's data.
 #include <vector>
 
+#include "unzip/data_layers.h"
 #include "unzip/reader_core.h"
 
 namespace velzip {
@@ -24,6 +25,29 @@ UZ_EntryKind publicKind(EntryType type) {
   return UZ_EntryKind::kFile;
 }
 
+UZ_Encryption publicEncryption(const DataLayers& layers) {
+  switch (layers.encryption) {
+    case Encryption::kNone:
+      return UZ_Encryption::kNone;
+    case Encryption::kZipCrypto:
+      return UZ_Encryption::kZipCrypto;
+    case Encryption::kStrong:
+      return UZ_Encryption::kStrong;
+    case Encryption::kAes:
+      break;
+  }
+  switch (layers.hasAesField ? aesKeyLength(layers.aes.strength) : 0) {
+    case 16:
+      return UZ_Encryption::kAes128;
+    case 24:
+      return UZ_Encryption::kAes192;
+    case 32:
+      return UZ_Encryption::kAes256;
+    default:
+      return UZ_Encryption::kAes;
+  }
+}
+
 // Content that goes nowhere: only the checks on the way matter.
 class DiscardTarget : public ContentTarget {
  public:
@@ -41,9 +65,13 @@ bool ReaderCore::getEntryInfo(UZ_EntryInfo& info, bool withLinkTarget) {
   info.name = entryName(rec);
   const EntryType type = entryType(rec, info.name);
   info.kind = publicKind(type);
+  const DataLayers layers = dataLayers(rec);
   info.method = rec.method;
+  info.realMethod = layers.method;
+  info.methodName = layersMethodName(layers);
   info.encrypted = (rec.flag & kFlagEncrypted) != 0;
-  info.unreadable = EntryStream::unreadable(rec);
+  info.encryption = publicEncryption(layers);
+  info.unreadable = unreadableLayers(layers);
   info.compressedSize = rec.compressedSize;
   info.uncompressedSize = rec.uncompressedSize;
   info.mode = entryMode(rec, type, keepSetId_, umask_);

@@ -7,6 +7,8 @@ namespace {
 
 constexpr uint16_t kZip64Block = 0x0001;
 constexpr uint16_t kTimestampBlock = 0x5455;
+constexpr uint16_t kWinZipAesBlock = 0x9901;
+constexpr size_t kWinZipAesBlockSize = 7;
 constexpr uint32_t kMarker32 = 0xFFFFFFFFu;
 constexpr uint16_t kMarker16 = 0xFFFFu;
 
@@ -63,6 +65,22 @@ bool applyCentralExtra(ZipEntryRecord& rec) {
   return !needOffset && !needPacked;
 }
 
+bool winZipAesField(const std::string& extra, WinZipAesField& field) {
+  bool found = false;
+  forEachExtraBlock(extra, [&](uint16_t id, const unsigned char* d, size_t size) {
+    // The vendor id "AE" tells the block from others that reuse the number.
+    if (found || id != kWinZipAesBlock || size < kWinZipAesBlockSize || d[2] != 'A' ||
+        d[3] != 'E') {
+      return;
+    }
+    field.version = le16(d);
+    field.strength = d[4];
+    field.method = le16(d + 5);
+    found = true;
+  });
+  return found;
+}
+
 bool extendedModTime(const std::string& extra, int64_t& modTime) {
   bool found = false;
   forEachExtraBlock(extra, [&](uint16_t id, const unsigned char* d, size_t size) {
@@ -103,15 +121,17 @@ const char* methodName(unsigned method) {
     case 9:
       return "deflate64";
     case 10:
-      return "PKWARE DCL implode";
+      return "dcl-implode";
     case 12:
       return "bzip2";
+    case 16:
+      return "cmpsc";
     case 14:
       return "lzma";
     case 18:
-      return "IBM TERSE";
+      return "terse";
     case 19:
-      return "IBM LZ77";
+      return "lz77";
     case 20:
     case 93:
       return "zstd";

@@ -17,6 +17,7 @@ constexpr uint32_t kCentralSignature = 0x02014b50;
 constexpr uint32_t kLocalSignature = 0x04034b50;
 
 constexpr uint16_t kFlagEncrypted = 1u << 0;
+constexpr uint16_t kFlagLzmaEndMarker = 1u << 1;  // method 14 only
 constexpr uint16_t kFlagDescriptor = 1u << 3;
 constexpr uint16_t kFlagStrongEncryption = 1u << 6;
 constexpr uint16_t kFlagUtf8 = 1u << 11;
@@ -75,13 +76,24 @@ void forEachExtraBlock(const std::string& extra, F f) {
   }
 }
 
+// The WinZip AES block (0x9901) of an entry whose method is 99.
+struct WinZipAesField {
+  uint16_t version = 0;  // 1 (AE-1) or 2 (AE-2, which stores no CRC)
+  uint8_t strength = 0;  // 1, 2, 3: 128, 192, 256-bit keys
+  uint16_t method = 0;   // the method of the data beneath the encryption
+};
+
+// The AES block of extra; false when there is none or it is not AES's.
+bool winZipAesField(const std::string& extra, WinZipAesField& field);
+
 // The modification time of an extended-timestamp block (0x5455) in extra.
 bool extendedModTime(const std::string& extra, int64_t& modTime);
 
 // The time a DOS date and time denote, read as local time.
 int64_t dosDateToTime(uint32_t dosDate);
 
-// A zip method's common name ("deflate", "bzip2"); "unknown" for others.
+// A zip method's common name, one word ("deflate", "bzip2"); "unknown" for
+// others.
 const char* methodName(unsigned method);
 
 }  // namespace velzip

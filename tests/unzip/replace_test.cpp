@@ -80,8 +80,8 @@ TEST(Replace, AFailingEntryLeavesWhatStoodThere) {
   const std::string data = sampleBytes(100000, 3);
   // An entry velzip cannot decode, one whose CRC is wrong, one whose
   // password is missing: each fails, and the file it would replace stays.
-  CraftEntry bzip2 = storedEntry("f", data);
-  bzip2.method = 12;
+  CraftEntry deflate64 = storedEntry("f", data);
+  deflate64.method = 9;
   CraftEntry badCrc = deflatedEntry("f", data);
   badCrc.crc ^= 1;
   CraftEntry locked = storedEntry("f", data);
@@ -90,7 +90,7 @@ TEST(Replace, AFailingEntryLeavesWhatStoodThere) {
     const char* name;
     CraftEntry entry;
     const char* why;
-  } cases[] = {{"bzip2", bzip2, ": unsupported compression method 12 (bzip2)"},
+  } cases[] = {{"deflate64", deflate64, ": unsupported compression method 9 (deflate64)"},
                {"crc", badCrc, ": CRC-32 mismatch"},
                {"locked", locked, ": encrypted; no password"}};
   LogCapture logs;

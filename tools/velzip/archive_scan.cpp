@@ -21,6 +21,26 @@ EntryKind kindOf(UZ_EntryKind kind) {
   return EntryKind::kFile;
 }
 
+const char* encryptionName(UZ_Encryption encryption) {
+  switch (encryption) {
+    case UZ_Encryption::kNone:
+      return "none";
+    case UZ_Encryption::kZipCrypto:
+      return "zipcrypto";
+    case UZ_Encryption::kAes128:
+      return "aes-128";
+    case UZ_Encryption::kAes192:
+      return "aes-192";
+    case UZ_Encryption::kAes256:
+      return "aes-256";
+    case UZ_Encryption::kAes:
+      return "aes";
+    case UZ_Encryption::kStrong:
+      return "strong";
+  }
+  return "unknown";
+}
+
 }  // namespace
 
 const char* kindName(EntryKind kind) {
@@ -55,6 +75,14 @@ size_t ArchiveScan::encryptedCount() const {
   size_t n = 0;
   for (const auto& e : entries) n += e.encrypted ? 1 : 0;
   return n;
+}
+
+std::vector<const ScannedEntry*> ArchiveScan::unreadableEntries() const {
+  std::vector<const ScannedEntry*> out;
+  for (const auto& e : entries) {
+    if (!e.unreadable.empty()) out.push_back(&e);
+  }
+  return out;
 }
 
 bool ArchiveScan::isEncrypted(const std::string& name) const {
@@ -93,6 +121,8 @@ bool scanArchive(const std::string& path, bool readLinkTargets, ArchiveScan& out
     e.name = info.name;
     e.kind = kindOf(info.kind);
     e.method = info.method;
+    e.methodName = info.methodName;
+    e.encryptionName = encryptionName(info.encryption);
     e.packedSize = info.compressedSize;
     e.zipSize = info.uncompressedSize;
     e.mode = info.mode;

@@ -16,6 +16,8 @@ struct ScannedEntry {
   std::string name;  // as stored, '\' turned into '/'
   EntryKind kind = EntryKind::kFile;
   unsigned long method = 0;
+  std::string methodName;      // "deflate", "aes+bzip2", ...
+  std::string encryptionName;  // "none", "zipcrypto", "aes-256", "strong", ...
   uint64_t packedSize = 0;
   uint64_t zipSize = 0;  // the zip layer's uncompressed size
   uint32_t mode = 0;     // the mode extraction gives it
@@ -37,6 +39,8 @@ struct ArchiveScan {
   static uint64_t restoredSize(const ScannedEntry& e, int format);
   uint64_t contentBytes(int format) const;  // files and metadata companions
   size_t encryptedCount() const;
+  // Entries the library cannot read whatever the password.
+  std::vector<const ScannedEntry*> unreadableEntries() const;
   bool isEncrypted(const std::string& name) const;
 };
 

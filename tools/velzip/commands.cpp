@@ -343,6 +343,62 @@ bool extractWith(const std::string& archive, const std::string& dest, const Opti
   return reader.unzip(archive.c_str(), dest.c_str(), false, kKeepEntryModes);
 }
 
+// The entry whose data failed an extraction, and why: the library's own
+// check of the last entry the callback heard of and of the links after it,
+// which give no signal. False when they all pass (the failure was in
+// writing, not reading).
+template <class Reader>
+bool findFailedEntry(const std::string& archive, const Options& opt, const ArchiveScan& scan,
+                     size_t from, std::string& name, std::string& why) {
+  Reader reader(archive.c_str());
+  if (opt.passwordGiven) reader.setUnzipPassword(opt.password.c_str());
+  for (size_t i = from; i < scan.entries.size(); ++i) {
+    if (i > from && scan.entries[i].kind != EntryKind::kLink) break;
+    if (!reader.gotoFile(static_cast<int>(i)) || reader.testFile(why)) continue;
+    name = scan.entries[i].name;
+    return true;
+  }
+  return false;
+}
+
+// The last entry the callback heard of: a file is told it is done even
+// when it failed.
+size_t firstSuspect(const ArchiveScan& scan, const ExtractJob& job) {
+  for (size_t i = 0; i < scan.entries.size() && !job.lastEntry.empty(); ++i) {
+    if (scan.entries[i].name == job.lastEntry) return i;
+  }
+  return 0;
+}
+
+std::string failureReason(const std::string& archive, const Options& opt, int format,
+                          const ArchiveScan& scan, const ExtractJob& job) {
+  std::string name, why;
+  const size_t from = firstSuspect(scan, job);
+  const bool found =
+      format == 1 ? findFailedEntry<Vel::VelUnzipHandler>(archive, opt, scan, from, name, why)
+                  : findFailedEntry<UnzipHandler>(archive, opt, scan, from, name, why);
+  if (!found) {
+    return job.lastEntry.empty() ? std::string() : " (stopped at or after " + job.lastEntry + ")";
+  }
+  std::string reason = ": " + name + ": " + why;
+  if (scan.isEncrypted(name) && why != "wrong password") reason += " (is the password right?)";
+  return reason;
+}
+
+// Refused before anything is written: no password makes these readable.
+bool refuseUnreadable(const Options& opt, Display& display, const ArchiveScan& scan, int& rc) {
+  const auto unreadable = scan.unreadableEntries();
+  if (unreadable.empty()) return false;
+  std::string reason = "cannot extract " + opt.operands[0] + ": " + unreadable[0]->name + ": " +
+                       unreadable[0]->unreadable;
+  if (unreadable.size() > 1) {
+    reason +=
+        " (and " + std::to_string(unreadable.size() - 1) + " more entries velzip cannot read)";
+  }
+  rc = fail(display, reason);
+  return true;
+}
+
 bool checkArchiveFile(const Options& opt, Display& display, const std::string& archive, int& rc) {
   struct stat st;
   if (stat(archive.c_str(), &st) != 0) {
@@ -383,6 +439,7 @@ int runExtract(const Options& opt, Display& display) {
   std::string reason;
   if (!scanArchive(archive, false, scan, reason)) return fail(display, reason);
   if (scan.entries.empty()) return fail(display, opt.operands[0] + " holds no entries");
+  if (refuseUnreadable(opt, display, scan, rc)) return rc;
   // Refused before anything is written rather than at the first such entry.
   if (!opt.passwordGiven && scan.encryptedCount() > 0) {
     return fail(display, opt.operands[0] + " has " + std::to_string(scan.encryptedCount()) +
@@ -419,17 +476,8 @@ int runExtract(const Options& opt, Display& display) {
                              dest);
   }
   if (!ok) {
-    std::string why = "could not extract " + opt.operands[0] + " into " + dest;
-    // Links give no start signal, so only a file that failed after its start
-    // is known for sure to be the culprit.
-    const bool failedEncrypted = job.inEntry && scan.isEncrypted(job.lastEntry);
-    if (failedEncrypted) {
-      why += ": wrong password for " + job.lastEntry + " (or its data is damaged)";
-    } else if (!job.lastEntry.empty()) {
-      why += " (stopped at or after " + job.lastEntry + ")";
-    }
-    if (!failedEncrypted && scan.encryptedCount() > 0) why += "; is the password right?";
-    return fail(display, why);
+    return fail(display, "could not extract " + opt.operands[0] + " into " + dest +
+                             failureReason(archive, opt, format, scan, job));
   }
   display.out("extracted " + opt.operands[0] + " (format " + std::to_string(format) + ") into " +
               dest + ": " + std::to_string(scan.entries.size()) + " entries, " +
@@ -487,7 +535,8 @@ int runList(const Options& opt, Display& display) {
 
   // The listing is the command's output: -q does not hide it.
   std::printf("%s: format %d\n", opt.operands[0].c_str(), scan.format);
-  std::printf("%12s %12s  %-10s  %-5s  %s\n", "Size", "Packed", "Mode", "Kind", "Name");
+  std::printf("%12s %12s  %-13s %-10s  %-10s  %-5s  %s\n", "Size", "Packed", "Method", "Encryption",
+              "Mode", "Kind", "Name");
   uint64_t size = 0, packed = 0;
   for (const auto& e : scan.entries) {
     const uint64_t restored = ArchiveScan::restoredSize(e, scan.format);
@@ -496,12 +545,16 @@ int runList(const Options& opt, Display& display) {
     std::string name = e.name;
     if (e.kind == EntryKind::kLink) name += " -> " + e.linkTarget;
     const std::string kind = std::string(kindName(e.kind)) + (e.encrypted ? "*" : "");
-    std::printf("%12" PRIu64 " %12" PRIu64 "  %-10s  %-5s  %s\n", restored, e.packedSize,
+    std::printf("%12" PRIu64 " %12" PRIu64 "  %-13s %-10s  %-10s  %-5s  %s\n", restored,
+                e.packedSize, e.methodName.c_str(), e.encryptionName.c_str(),
                 modeString(e.mode).c_str(), kind.c_str(), name.c_str());
   }
   std::printf("%12" PRIu64 " %12" PRIu64 "  %zu entries\n", size, packed, scan.entries.size());
   if (const size_t n = scan.encryptedCount()) {
     std::printf("* %zu encrypted (extract with -p PASSWORD)\n", n);
+  }
+  for (const ScannedEntry* e : scan.unreadableEntries()) {
+    std::printf("cannot read %s: %s\n", e->name.c_str(), e->unreadable.c_str());
   }
   return std::fflush(stdout) == 0 ? kExitOk : kExitFailure;
 }
