@@ -160,14 +160,20 @@ bool ReaderCore::gotoFile(int index) {
 bool ReaderCore::gotoFile(const char* name, bool matchBaseName) {
   if (zip_ == nullptr || name == nullptr || getFileCount() == 0) return false;
   if (unzLocateFile(zip_, name, 2) == UNZ_OK) return true;
-  if (!matchBaseName || !gotoFirstFile(nullptr)) return false;
-  do {
-    UZ_FileInfo info;
-    if (!getFileInfo(info)) return false;
-    // Only names inside a folder are compared by their last component.
-    const char* slash = std::strrchr(info.fileName, '/');
-    if (slash != nullptr && strcasecmp(slash + 1, name) == 0) return true;
-  } while (gotoNextFile(nullptr));
+  // The zip layer compares the stored bytes; a name converted from another
+  // code page, or given by a Unicode Path field, is found by what it reads as.
+  for (const bool wholeName : {true, false}) {
+    if (!wholeName && !matchBaseName) break;
+    if (!gotoFirstFile(nullptr)) return false;
+    do {
+      UZ_FileInfo info;
+      if (!getFileInfo(info)) return false;
+      // Only names inside a folder are compared by their last component.
+      const char* slash = std::strrchr(info.fileName, '/');
+      const char* compared = wholeName ? info.fileName : slash != nullptr ? slash + 1 : nullptr;
+      if (compared != nullptr && strcasecmp(compared, name) == 0) return true;
+    } while (gotoNextFile(nullptr));
+  }
   return false;
 }
 

@@ -99,7 +99,7 @@ TEST(Names, LegacyNamesAreReadAsTheirHostsWroteThem) {
   }
 }
 
-TEST(Names, NavigationByBaseNameFindsConvertedNames) {
+TEST(Names, NavigationFindsConvertedNames) {
   TempDir t;
   writeFile(t / "nav.zip",
             craftZip({named("docs\\Re\x84"
@@ -117,6 +117,12 @@ TEST(Names, NavigationByBaseNameFindsConvertedNames) {
       EXPECT_EQ(std::string(info.fileName), "ü/ß.txt");
       EXPECT_TRUE(r.gotoFirstFile("TXT") && r.getFileInfo(info));
       EXPECT_EQ(std::string(info.fileName), "docs/Reädme.txt");
+      // Whole names too, as they read, not as they are stored.
+      EXPECT_TRUE(r.gotoFile("DOCS/MENü.txt", false) && r.getFileInfo(info));
+      EXPECT_EQ(std::string(info.fileName), "docs/menü.txt");
+      EXPECT_TRUE(r.gotoFile("ü/ß.txt", false) && r.getFileInfo(info));
+      EXPECT_EQ(std::string(info.fileName), "ü/ß.txt");
+      EXPECT_FALSE(r.gotoFile("ß.txt", false)) << "a base name needs matchBaseName";
     });
   }
 }
