@@ -14,12 +14,13 @@
 
 namespace velzip {
 
-// Job needs a `bool done` that only Workers touches.
+// Job needs a `bool done` that only Workers touches. run gets the job and
+// the number of the worker (0 to threads - 1) running it.
 template <class Job>
 class Workers {
  public:
-  Workers(unsigned threads, std::function<void(Job&)> run) : run_(std::move(run)) {
-    for (unsigned i = 0; i < threads; ++i) threads_.emplace_back([this] { loop(); });
+  Workers(unsigned threads, std::function<void(Job&, unsigned)> run) : run_(std::move(run)) {
+    for (unsigned i = 0; i < threads; ++i) threads_.emplace_back([this, i] { loop(i); });
   }
   // Jobs not yet started are dropped; those running are expected to stop soon.
   ~Workers() {
@@ -47,7 +48,7 @@ class Workers {
   }
 
  private:
-  void loop() {
+  void loop(unsigned worker) {
     for (;;) {
       Job* job = nullptr;
       {
@@ -57,7 +58,7 @@ class Workers {
         job = queue_.front();
         queue_.pop_front();
       }
-      run_(*job);
+      run_(*job, worker);
       {
         std::lock_guard<std::mutex> lock(mutex_);
         job->done = true;
@@ -66,7 +67,7 @@ class Workers {
     }
   }
 
-  std::function<void(Job&)> run_;
+  std::function<void(Job&, unsigned)> run_;
   std::mutex mutex_;
   std::condition_variable wake_, done_;
   std::deque<Job*> queue_;

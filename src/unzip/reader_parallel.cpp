@@ -66,7 +66,7 @@ bool ReaderCore::extractInParallel(const char* destFolder, bool junkPaths, unsig
   std::atomic<bool> cancelled{false};
   const char* password = password_;
   const ContentWriter writer = traits_.writeContent;
-  Workers<Job> workers(threads_, [&](Job& job) {
+  Workers<Job> workers(threads_, [&](Job& job, unsigned) {
     const DataReporter hold = [&](uint64_t bytes) {
       job.work.reports.push_back(bytes);
       return !cancelled.load(std::memory_order_relaxed);

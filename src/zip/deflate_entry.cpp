@@ -38,6 +38,13 @@ bool deflateContent(EntrySource& source, ContentTools& tools, EntryContent& out)
   return true;
 }
 
+// The file and its deflated bytes, both in memory; a streamed file needs
+// only the writer's own buffers.
+uint64_t deflateMemory(uint64_t size, int level) {
+  if (level == 0 || size > WholeDeflater::kMaxSize) return 1u << 20;
+  return 2 * size + (1u << 20);
+}
+
 // Plain ASCII needs no mark; bytes that are not UTF-8 must not get one.
 unsigned long utf8NameFlag(const char* storedName) {
   const auto* p = reinterpret_cast<const utf8proc_uint8_t*>(storedName);
@@ -63,6 +70,7 @@ constexpr WriterFormat kDeflateFormat = {
     true,            // companionAfterEachFile
     true,            // localTimestamp
     deflateContent,  // prepareContent
+    deflateMemory,   // memoryFor
     kMadeOnUnix,     // versionMadeBy
     utf8NameFlag,    // nameFlags
 };

@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -23,8 +24,16 @@ class EntrySource {
 
   // As known before reading: a file may still change while it is read.
   uint64_t size() const { return size_; }
+  // Reads fail with ECANCELED once *flag is set (a worker's content that is
+  // no longer wanted).
+  void cancelWhen(const std::atomic<bool>* flag) { cancelled_ = flag; }
+
   // Up to n bytes; 0 at the end; -1 on a read error, whose errno error() keeps.
   ssize_t read(uint8_t* buf, size_t n) {
+    if (cancelled_ != nullptr && cancelled_->load(std::memory_order_relaxed)) {
+      error_ = errno = ECANCELED;
+      return -1;
+    }
     if (data_ != nullptr) {
       const size_t take = static_cast<size_t>(std::min<uint64_t>(n, size_ - offset_));
       std::memcpy(buf, data_ + offset_, take);
@@ -45,6 +54,7 @@ class EntrySource {
   uint64_t size_;
   uint64_t offset_ = 0;
   int error_ = 0;
+  const std::atomic<bool>* cancelled_ = nullptr;
 };
 
 }  // namespace velzip

@@ -68,8 +68,23 @@ bool ZipWriter::addFolder(const char* path, bool flatten, bool addRootFolder) {
   if (zip_ == nullptr) return fail("no archive is open");
   if (path == nullptr) return fail("no folder given");
   Operation operation(*this);
-  log(kLogLevelInfo, "Entering to add folder %s in zip (addrootfolder = %d)", path,
-      addRootFolder ? 1 : 0);
+  if (threads_ > 1 && depth_ == 1) return addFolderAhead(path, flatten, addRootFolder);
+  // One step at a time, as the walk meets them.
+  return walk(path, flatten, addRootFolder, [](const Step& step, const char*) { return step(); });
+}
+
+// The walk hands every step to sink, with the source path of a file step;
+// it goes on while sink answers true. Steps capture what they need by value,
+// so that a sink may also keep them to run later.
+bool ZipWriter::walk(const char* path, bool flatten, bool addRootFolder, const StepSink& sink) {
+  const std::string shown = path;
+  sink(
+      [this, shown, addRootFolder] {
+        log(kLogLevelInfo, "Entering to add folder %s in zip (addrootfolder = %d)", shown.c_str(),
+            addRootFolder ? 1 : 0);
+        return true;
+      },
+      nullptr);
 
   char folder[kPathBufferSize];
   boundedCopy(folder, path);
@@ -78,19 +93,34 @@ bool ZipWriter::addFolder(const char* path, bool flatten, bool addRootFolder) {
   // Folder names drop one leading "/" (file names keep theirs).
   char name[kPathBufferSize] = "";
   if (!flatten) {
-    if (!startsWithBase(folder))
-      return fail(std::string("cannot add ") + folder + ": it is outside the base folder " + base_);
+    if (!startsWithBase(folder)) {
+      const std::string why =
+          std::string("cannot add ") + folder + ": it is outside the base folder " + base_;
+      return sink([this, why] { return fail(why); }, nullptr);
+    }
     const size_t baseLen = std::strlen(base_);
     const size_t len = std::strlen(folder);
     const char* rest = folder + (baseLen < len ? baseLen : len);
     if (rest[0] == '/') ++rest;
     boundedCopy(name, rest);
   }
-  if (addRootFolder) addDirectoryEntry(name, folder);
+  if (addRootFolder) {
+    const std::string entry = name, where = folder;
+    sink(
+        [this, entry, where] {
+          addDirectoryEntry(entry.c_str(), where.c_str());
+          return true;
+        },
+        nullptr);
+  }
 
   trimTrailingSeparators(folder);
+  const std::string here = folder;
   UniqueDir dir(opendir(folder));
-  if (!dir) return fail(failureText("cannot read the folder", folder, errno));
+  if (!dir) {
+    const std::string why = failureText("cannot read the folder", folder, errno);
+    return sink([this, why] { return fail(why); }, nullptr);
+  }
 
   bool result = false;
   while (const dirent* entry = nextItem(dir.get())) {
@@ -100,24 +130,45 @@ bool ZipWriter::addFolder(const char* path, bool flatten, bool addRootFolder) {
     }
     char child[kPathBufferSize];
     childPath(child, folder, entry->d_name);
+    const std::string item = entry->d_name, source = child;
     if (listedAsDirectory(entry, child)) {
-      log(kLogLevelDetail, "Found directory %s inside directory %s", entry->d_name, folder);
-      result = addFolder(child, flatten, format_.subFolderEntries);
+      sink(
+          [this, item, here] {
+            log(kLogLevelDetail, "Found directory %s inside directory %s", item.c_str(),
+                here.c_str());
+            return true;
+          },
+          nullptr);
+      result = walk(child, flatten, format_.subFolderEntries, sink);
     } else {
-      log(kLogLevelDetail, "Found file %s inside directory %s", entry->d_name, folder);
-      result = addFile(child, nullptr, flatten);
-      if (result && wantsCompanion(child)) {
-        char childName[kPathBufferSize];
-        boundedCopy(childName, name);
-        if (name[0] != '\0') boundedAppend(childName, "/");
-        boundedAppend(childName, entry->d_name);
-        result = addResourceFork(childName, child);
-      }
+      sink(
+          [this, item, here] {
+            log(kLogLevelDetail, "Found file %s inside directory %s", item.c_str(), here.c_str());
+            return true;
+          },
+          nullptr);
+      char childName[kPathBufferSize];
+      boundedCopy(childName, name);
+      if (name[0] != '\0') boundedAppend(childName, "/");
+      boundedAppend(childName, entry->d_name);
+      const std::string companion = childName;
+      result = sink(
+          [this, source, companion, flatten] {
+            bool added = addFile(source.c_str(), nullptr, flatten);
+            if (added && wantsCompanion(source.c_str())) {
+              added = addResourceFork(companion.c_str(), source.c_str());
+            }
+            return added;
+          },
+          source.c_str());
     }
     if (!result) return false;
   }
   // A listing cut short would give an archive that silently lacks items.
-  if (errno != 0) return fail(failureText("cannot read the folder", folder, errno));
+  if (errno != 0) {
+    const std::string why = failureText("cannot read the folder", folder, errno);
+    return sink([this, why] { return fail(why); }, nullptr);
+  }
   return result;
 }
 

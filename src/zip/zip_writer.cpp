@@ -23,19 +23,6 @@ namespace {
 constexpr size_t kBlockSize = 65536;
 constexpr size_t kLinkTargetSize = 65536;
 
-const char* kindOf(mode_t mode) {
-  if (S_ISDIR(mode)) return "a folder";
-  if (S_ISFIFO(mode)) return "a fifo";
-  if (S_ISSOCK(mode)) return "a socket";
-  if (S_ISCHR(mode)) return "a character device";
-  if (S_ISBLK(mode)) return "a block device";
-  return "of an unknown kind";
-}
-
-std::string notRegular(const char* path, mode_t mode) {
-  return std::string("cannot add ") + path + ": it is " + kindOf(mode) + ", not a regular file";
-}
-
 }  // namespace
 
 std::string nativeToUtf8(const char* text) {
@@ -211,6 +198,10 @@ bool ZipWriter::addFile(const char* path, const char* entryName, bool flatten) {
   // Reading a fifo or a device would block or never end, and an archive
   // that silently lacks an item is worse than none.
   if (statOk && !S_ISREG(st.st_mode)) return fail(notRegular(source, st.st_mode));
+  if (AheadJob* job = takeAhead(source)) {
+    Operation operation(*this);
+    return addPreparedAhead(*job, storedName.c_str(), zi, times, reportedName, source);
+  }
   UniqueFd fd(::open(source, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
   struct stat opened;
   if (!fd.ok() || fstat(fd.get(), &opened) != 0)
@@ -226,17 +217,22 @@ bool ZipWriter::addContent(const char* storedName, const zip_fileinfo& zi, const
   EntryContent& content = content_;
   content.reset();
   if (!format_.prepareContent(source, tools_, content)) {
-    if (source.error() != 0) return fail(failureText("cannot read", sourcePath, source.error()));
-    // A payload that cannot be staged cannot go in: the archive can never be
-    // completed and is not published.
-    if (const int err = content.payload.error()) {
-      output_.fail(err);
-      return fail(failureText(std::string("cannot stage the payload of ") + sourcePath + " beside",
-                              archivePath_, err));
-    }
-    return fail(failureText("cannot compress", sourcePath, errno));
+    return failPrepare(source, content, sourcePath, errno);
   }
   return writeContent(storedName, zi, times, content, reportedName, sourcePath);
+}
+
+bool ZipWriter::failPrepare(const EntrySource& source, const EntryContent& content,
+                            const char* sourcePath, int err) {
+  if (source.error() != 0) return fail(failureText("cannot read", sourcePath, source.error()));
+  // A payload that cannot be staged cannot go in: the archive can never be
+  // completed and is not published.
+  if (const int staged = content.payload.error()) {
+    output_.fail(staged);
+    return fail(failureText(std::string("cannot stage the payload of ") + sourcePath + " beside",
+                            archivePath_, staged));
+  }
+  return fail(failureText("cannot compress", sourcePath, err));
 }
 
 bool ZipWriter::writeContent(const char* storedName, const zip_fileinfo& zi,

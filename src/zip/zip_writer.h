@@ -10,6 +10,7 @@
 #include <minizip/zip.h>
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -41,6 +42,9 @@ struct WriterFormat {
   // thread. False fails the add with nothing written; the source's or the
   // payload's error() tells why, if either has one.
   bool (*prepareContent)(EntrySource& source, ContentTools& tools, EntryContent& out);
+  // Memory that preparing a file of size bytes takes at level, beyond what
+  // the writer holds anyway: what a worker reserves before it starts.
+  uint64_t (*memoryFor)(uint64_t size, int level);
   // "Version made by" of every entry. A Unix host (upper byte 3) is what
   // other zip tools need before they apply the stored modes and links.
   unsigned long versionMadeBy = 0;
@@ -154,6 +158,25 @@ class ZipWriter {
   // A data report; false once the callback said stop.
   bool reportData(size_t bytes, bool& stopped);
   bool wantsCompanion(const char* path) const;
+
+  // A step of a folder walk, run in walk order.
+  using Step = std::function<bool()>;
+  // Takes each step (and, for a file, its source path); false ends the walk.
+  using StepSink = std::function<bool(const Step& step, const char* filePath)>;
+  bool walk(const char* path, bool flatten, bool addRootFolder, const StepSink& sink);
+  // The walk planned first, then run in order while workers prepare the
+  // content of the files ahead.
+  bool addFolderAhead(const char* path, bool flatten, bool addRootFolder);
+  // The content a worker prepared for the file about to be added, if any.
+  struct AheadJob;
+  AheadJob* ahead_ = nullptr;
+  // The job prepared for source, once; null when there is none.
+  AheadJob* takeAhead(const char* source);
+  bool addPreparedAhead(AheadJob& job, const char* storedName, const zip_fileinfo& zi,
+                        const std::string& times, const char* reportedName, const char* sourcePath);
+  // Says why content could not be prepared; false.
+  bool failPrepare(const EntrySource& source, const EntryContent& content, const char* sourcePath,
+                   int err);
   char* buffer();
 
   const WriterFormat& format_;
