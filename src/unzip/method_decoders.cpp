@@ -1,8 +1,12 @@
 #include "unzip/method_decoders.h"
 
+#include <libdeflate.h>
 #include <zlib.h>
 
+#include <algorithm>
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "unzip/decoder_makers.h"
 #include "unzip/zip_record.h"
@@ -79,6 +83,85 @@ class InflateDecoder : public ByteSource {
   uint8_t input_[kInputChunk];
 };
 
+// Small entries are inflated in one call by libdeflate, about twice as fast
+// as zlib's streaming inflate; the sizes the record gives bound the memory.
+class WholeInflateDecoder : public ByteSource {
+ public:
+  static constexpr uint64_t kMaxSize = uint64_t{32} << 20;
+
+  WholeInflateDecoder(ByteSource& in, const MethodInput& input, StreamError& error)
+      : in_(in), input_(input), error_(error) {}
+  ~WholeInflateDecoder() override {
+    if (decompressor_ != nullptr) libdeflate_free_decompressor(decompressor_);
+  }
+
+  ssize_t read(uint8_t* buf, size_t size) override {
+    if (!inflated_ && !inflateAll()) return -1;
+    const size_t n = std::min(size, output_.size() - served_);
+    std::memcpy(buf, output_.data() + served_, n);
+    served_ += n;
+    return static_cast<ssize_t>(n);
+  }
+
+ private:
+  bool inflateAll() {
+    inflated_ = true;
+    // One byte more than the record says tells stored data that runs on.
+    std::vector<uint8_t> packed(static_cast<size_t>(input_.packedSize) + 1);
+    const ssize_t got = readFully(in_, packed.data(), packed.size());
+    if (got < 0) return false;
+    decompressor_ = libdeflate_alloc_decompressor();
+    if (decompressor_ == nullptr) {
+      error_.fail("out of memory");
+      return false;
+    }
+    // Room for one byte more than the record says, so that data which
+    // inflates to more is caught here as it would be by the size check.
+    output_.resize(static_cast<size_t>(input_.size) + 1);
+    size_t used = 0, made = 0;
+    const libdeflate_result rc =
+        libdeflate_deflate_decompress_ex(decompressor_, packed.data(), static_cast<size_t>(got),
+                                         output_.data(), output_.size(), &used, &made);
+    if (rc == LIBDEFLATE_BAD_DATA) {
+      // Cut short or damaged; zlib's reading of the same bytes says which.
+      error_.fail(endsEarly(packed, got) ? "the deflate data is cut short"
+                                         : "damaged deflate data");
+      return false;
+    }
+    if (rc == LIBDEFLATE_INSUFFICIENT_SPACE) {
+      error_.fail("the entry holds more bytes than its record says");
+      return false;
+    }
+    output_.resize(made);
+    return true;
+  }
+
+  // Whether zlib would run out of input before the stream ends.
+  static bool endsEarly(const std::vector<uint8_t>& packed, ssize_t got) {
+    z_stream z{};
+    if (inflateInit2(&z, -MAX_WBITS) != Z_OK) return false;
+    std::vector<uint8_t> sink(1 << 16);
+    z.next_in = const_cast<uint8_t*>(packed.data());
+    z.avail_in = static_cast<uInt>(got);
+    int rc = Z_OK;
+    while (rc == Z_OK) {
+      z.next_out = sink.data();
+      z.avail_out = static_cast<uInt>(sink.size());
+      rc = ::inflate(&z, Z_NO_FLUSH);
+    }
+    inflateEnd(&z);
+    return rc == Z_BUF_ERROR;
+  }
+
+  ByteSource& in_;
+  MethodInput input_;
+  StreamError& error_;
+  libdeflate_decompressor* decompressor_ = nullptr;
+  bool inflated_ = false;
+  std::vector<uint8_t> output_;
+  size_t served_ = 0;
+};
+
 }  // namespace
 
 bool methodSupported(unsigned method) {
@@ -102,6 +185,10 @@ std::unique_ptr<ByteSource> makeMethodDecoder(const MethodInput& input, ByteSour
     case kStored:
       return std::make_unique<StoredDecoder>(packed);
     case kDeflated: {
+      if (input.size <= WholeInflateDecoder::kMaxSize &&
+          input.packedSize <= WholeInflateDecoder::kMaxSize) {
+        return std::make_unique<WholeInflateDecoder>(packed, input, error);
+      }
       auto d = std::make_unique<InflateDecoder>(packed, error);
       if (!d->start()) {
         error.fail("cannot start zlib");
