@@ -15,7 +15,8 @@ TEST(ToolLarge, SeventyThousandEntries) {
     fs::create_directories(folder);
     for (int f = 0; f < kPerFolder; ++f) writeFile(folder + "/" + std::to_string(f), "x");
   }
-  for (const char* format : {"0", "1"}) {
+  // Format 1 here; the writers' own tests take format 0 past 65,535 entries.
+  for (const char* format : {"1"}) {
     SCOPED_TRACE(format);
     const std::string archive = t / (std::string("many") + format + ".zip");
     const std::string out = t / (std::string("out") + format);
