@@ -2,7 +2,8 @@
 # seeds the corpus and runs libFuzzer for SECONDS. The corpus is kept between
 # runs. FUZZ and SEEDS are the sources of the fuzz target and of its seed
 # writer, DEPENDS the headers they read, all relative to SOURCE_DIR and
-# separated by commas; PKG names pkg-config modules both builds need.
+# separated by commas; PKG names pkg-config modules both builds need, LIBS
+# further linker flags.
 if(NOT CXX OR NOT EXISTS "${CXX}")
   message("fuzz: skipped (no clang++)")
   return()
@@ -12,10 +13,12 @@ foreach(list FUZZ SEEDS DEPENDS)
   string(REPLACE "," ";" ${list} "${${list}}")
   list(TRANSFORM ${list} PREPEND ${SOURCE_DIR}/)
 endforeach()
+string(REPLACE "," " " LIBS "${LIBS}")
+separate_arguments(LIBS UNIX_COMMAND "${LIBS}")
 set(fuzzer ${WORK_DIR}/${NAME}_fuzz)
 set(seeder ${WORK_DIR}/${NAME}_seeds)
 set(corpus ${WORK_DIR}/corpus)
-set(includes -I${SOURCE_DIR}/src -I${SOURCE_DIR}/tests)
+set(includes -I${SOURCE_DIR}/src -I${SOURCE_DIR}/include -I${SOURCE_DIR}/tests)
 file(MAKE_DIRECTORY ${WORK_DIR} ${corpus})
 
 set(cflags "")
@@ -53,12 +56,12 @@ if(stale)
   endif()
 
   execute_process(COMMAND ${CXX} -std=c++17 -g -O1 -fsanitize=fuzzer,address,undefined
-      -fno-sanitize-recover=undefined ${includes} ${cflags} ${FUZZ} ${libs} -o ${fuzzer}.new
+      -fno-sanitize-recover=undefined ${includes} ${cflags} ${FUZZ} ${libs} ${LIBS} -o ${fuzzer}.new
     RESULT_VARIABLE rc)
   if(NOT rc EQUAL 0)
     message(FATAL_ERROR "fuzz: building the ${NAME} fuzz target failed")
   endif()
-  execute_process(COMMAND ${CXX} -std=c++17 -O1 ${includes} ${cflags} ${SEEDS} ${libs} -o ${seeder}
+  execute_process(COMMAND ${CXX} -std=c++17 -O1 ${includes} ${cflags} ${SEEDS} ${libs} ${LIBS} -o ${seeder}
     RESULT_VARIABLE rc)
   if(NOT rc EQUAL 0)
     message(FATAL_ERROR "fuzz: building the ${NAME} seed writer failed")
