@@ -140,14 +140,13 @@ class ReaderCore {
   bool openEntryLogged(const Entry& entry, EntryStream& in);
   bool extractLink(const Entry& entry);
   bool extractFolder(const Entry& entry);
-  bool extractFile(const Entry& entry);
+  bool extractFile(const Entry& entry, FileWork* ahead = nullptr);
   bool extractCompanion(const Entry& entry);
   void fillWork(const Entry& entry, FileWork& work) const;
   FolderFd prepareFile(const Entry& entry, std::string& leaf);
   void decodeHere(const Entry& entry, FileWork& work);
   bool finishFile(const Entry& entry, FileWork& work, const FolderFd& dir, const std::string& leaf);
   bool extractInParallel(const char* destFolder, bool junkPaths, unsigned long mode);
-  bool finishDecodedAhead(const Entry& entry, FileWork& work);
   bool finishPass();
   bool makeLink(const std::string& key, const PendingLink& link);
   void applyFolder(const PendingFolder& folder);

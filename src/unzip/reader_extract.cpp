@@ -321,7 +321,9 @@ bool ReaderCore::finishFile(const Entry& entry, FileWork& work, const FolderFd& 
   return ok;
 }
 
-bool ReaderCore::extractFile(const Entry& entry) {
+// ahead, when given, holds the content a worker decoded before the entry's
+// turn: what it held back is told now, as a single thread would have told it.
+bool ReaderCore::extractFile(const Entry& entry, FileWork* ahead) {
   std::string leaf;
   const FolderFd dir = prepareFile(entry, leaf);
   if (!dir) return false;
@@ -329,11 +331,26 @@ bool ReaderCore::extractFile(const Entry& entry) {
       progress_.report(kZLibStateEntryStart, 0, entry.name.c_str(), entry.path.c_str(), false);
   if (action == kZLibAbort) return false;
   if (action == kZLibSkip) return true;
-  FileWork work;
-  fillWork(entry, work);
-  work.dir = dir;
-  decodeHere(entry, work);
-  return finishFile(entry, work, dir, leaf);
+  // Opening up a read-only folder changes shared state: left to this thread.
+  if (ahead == nullptr || (ahead->opened && ahead->createError == EACCES)) {
+    FileWork here;
+    fillWork(entry, here);
+    here.dir = dir;
+    decodeHere(entry, here);
+    return finishFile(entry, here, dir, leaf);
+  }
+  for (int i = 0; i < ahead->createRetries; ++i) {
+    log(kLogLevelDetail, "Failed to open file : %s with code %s", entry.path.c_str(),
+        errorText(ahead->retryError).c_str());
+  }
+  for (uint64_t bytes : ahead->reports) {
+    const uint32_t n = bytes > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(bytes);
+    if (progress_.report(kZLibStateEntryData, n, nullptr, nullptr, false) != kZLibContinue) {
+      ahead->outcome = ContentOutcome::failed(ContentOutcome::Result::kAborted, "");
+      break;
+    }
+  }
+  return finishFile(entry, *ahead, dir, leaf);
 }
 
 bool ReaderCore::extractCompanion(const Entry& entry) {

@@ -9,7 +9,6 @@
 
 #include "frame/workers.h"
 #include "unzip/reader_core.h"
-#include "velzip/StringUtils.h"
 
 namespace velzip {
 namespace {
@@ -24,36 +23,6 @@ struct Job {
 };
 
 }  // namespace
-
-// Plays back what the worker held back, as a single thread would have told
-// it, and publishes the file into its folder, made only now.
-bool ReaderCore::finishDecodedAhead(const Entry& entry, FileWork& work) {
-  std::string leaf;
-  const FolderFd dir = prepareFile(entry, leaf);
-  if (!dir) return false;
-  const ZLibCallbackAction action =
-      progress_.report(kZLibStateEntryStart, 0, entry.name.c_str(), entry.path.c_str(), false);
-  if (action == kZLibAbort) return false;
-  if (action == kZLibSkip) return true;
-  // Left to this thread: opening up a read-only folder changes shared state.
-  if (work.opened && work.createError == EACCES) {
-    work.dir = dir;
-    decodeHere(entry, work);
-    return finishFile(entry, work, dir, leaf);
-  }
-  for (int i = 0; i < work.createRetries; ++i) {
-    log(kLogLevelDetail, "Failed to open file : %s with code %s", entry.path.c_str(),
-        StringUtils::GetLastErrorString(work.retryError).c_str());
-  }
-  for (uint64_t bytes : work.reports) {
-    const uint32_t n = bytes > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(bytes);
-    if (progress_.report(kZLibStateEntryData, n, nullptr, nullptr, false) != kZLibContinue) {
-      work.outcome = ContentOutcome::failed(ContentOutcome::Result::kAborted, "");
-      break;
-    }
-  }
-  return finishFile(entry, work, dir, leaf);
-}
 
 bool ReaderCore::extractInParallel(const char* destFolder, bool junkPaths, unsigned long mode) {
   std::vector<Entry> entries;
@@ -102,7 +71,7 @@ bool ReaderCore::extractInParallel(const char* destFolder, bool junkPaths, unsig
     Job& job = *jobs[i];
     if (job.submitted) {
       workers.waitFor(job);
-      ok = finishDecodedAhead(entries[i], job.work);
+      ok = extractFile(entries[i], &job.work);
     } else {
       ok = extractPlanned(entries[i]);
     }

@@ -7,18 +7,13 @@
 
 #include <filesystem>
 
+#include "support/leftovers.h"
 #include "support/probe.h"
 #include "support/temp_dir.h"
 
 using namespace velzip_test;
 
 namespace {
-
-size_t entriesIn(const std::string& folder) {
-  size_t n = 0;
-  for (const auto& e : std::filesystem::directory_iterator(folder)) n += !e.path().empty();
-  return n;
-}
 
 bool stageAndPublish(const std::string& folder, const char* name, const std::string& data) {
   velzip::UniqueFd dir(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "support/child.h"
+#include "support/leftovers.h"
 #include "support/temp_dir.h"
 #include "velzip/VelUnzipHandler.h"
 
@@ -149,39 +150,6 @@ inline std::string describe(const std::string& root, bool withFolders = true) {
   std::string out;
   for (const auto& i : items) out += i + "\n";
   return out;
-}
-
-inline std::set<std::string> folderItems(const std::string& folder) {
-  std::set<std::string> out;
-  for (const auto& item : fs::directory_iterator(folder)) out.insert(item.path().filename());
-  return out;
-}
-
-// What a writer might leave in /tmp: payloads named by GUID, companions,
-// hidden staged files.
-inline std::set<std::string> stagedInTmp() {
-  std::set<std::string> out;
-  for (const auto& item : fs::directory_iterator("/tmp")) {
-    const std::string n = item.path().filename();
-    if ((n.size() == 36 && n[8] == '-' && n.find_first_not_of("0123456789ABCDEF-") == n.npos) ||
-        n.rfind("ulvozip.temp.", 0) == 0 || n.rfind(".velzip-", 0) == 0) {
-      out.insert(n);
-    }
-  }
-  return out;
-}
-
-// Those made since `before` that stay: other test programs may run at once,
-// and their files in flight vanish within a second.
-inline std::set<std::string> leftInTmp(const std::set<std::string>& before) {
-  std::set<std::string> left;
-  for (int attempt = 0; attempt < 20; ++attempt, usleep(50000)) {
-    left.clear();
-    for (const auto& n : stagedInTmp())
-      if (before.count(n) == 0) left.insert(n);
-    if (left.empty()) break;
-  }
-  return left;
 }
 
 inline unsigned long entryCount(const std::string& archive) {

@@ -119,7 +119,7 @@ TEST(Tool, CompressNeverDestroysTheOldArchive) {
   writeFile(tree + "/big", noiseBytes(3 << 20, 5));
   ASSERT_EQ(chmod(tree.c_str(), 0755), 0);
   const std::string old = "PK\5\6" + std::string(18, '\0') + "the old archive";
-  const std::set<std::string> tmpBefore = stagedInTmp();
+  const std::set<std::string> tmpBefore = writerTempFiles();
 
   enum class Fault { kFifo, kUnreadable, kFullDisk, kCtrlC, kKill };
   const struct {
@@ -171,7 +171,7 @@ TEST(Tool, CompressNeverDestroysTheOldArchive) {
       }
       EXPECT_EQ(readFile(out + "/old.zip"), old);
       EXPECT_EQ(folderItems(out), std::set<std::string>{"old.zip"});
-      EXPECT_TRUE(leftInTmp(tmpBefore).empty());
+      EXPECT_TRUE(leftoverTempFiles(tmpBefore).empty());
       disk.reset();
       unlink((tree + "/pipe").c_str());
       unlink((tree + "/secret.key").c_str());

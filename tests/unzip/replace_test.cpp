@@ -6,21 +6,12 @@
 #include <filesystem>
 
 #include "support/child.h"
+#include "support/leftovers.h"
 #include "support/small_disk.h"
 #include "support/zip_craft.h"
 #include "unzip/fixtures.h"
 
 using namespace velzip_test;
-
-namespace {
-
-size_t entriesIn(const std::string& folder) {
-  size_t n = 0;
-  for (const auto& e : std::filesystem::directory_iterator(folder)) n += !e.path().empty();
-  return n;
-}
-
-}  // namespace
 
 TEST(Replace, OldFilesKeepTheirContentForWhoeverHoldsThem) {
   TempDir t;

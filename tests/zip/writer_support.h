@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "support/leftovers.h"
 #include "support/temp_dir.h"
 #include "velzip/VelLzmaHelper.h"
 #include "velzip/VelZipHandler.h"
@@ -93,41 +94,6 @@ inline std::string timestampBlock(time_t mtime) {
   std::string b("\x55\x54\x05\x00\x01", 5);
   for (int i = 0; i < 4; ++i) b.push_back(static_cast<char>((mtime >> (8 * i)) & 0xFF));
   return b;
-}
-
-// What writers may leave in /tmp: GUID-named payloads, companions, staged
-// files under a hidden name.
-inline std::set<std::string> writerTempFiles() {
-  std::set<std::string> out;
-  for (const auto& item : std::filesystem::directory_iterator("/tmp")) {
-    const std::string n = item.path().filename();
-    if ((n.size() == 36 && n[8] == '-' && n.find_first_not_of("0123456789ABCDEF-") == n.npos) ||
-        n.rfind("ulvozip.temp.", 0) == 0 || n.rfind(".velzip-", 0) == 0) {
-      out.insert(n);
-    }
-  }
-  return out;
-}
-
-// Those made since `before` that stay. Other test programs may run at once;
-// their files in flight vanish within a second.
-inline std::set<std::string> leftoverTempFiles(const std::set<std::string>& before) {
-  std::set<std::string> extra;
-  for (int attempt = 0; attempt < 20; ++attempt, usleep(50000)) {
-    extra.clear();
-    for (const auto& n : writerTempFiles())
-      if (before.count(n) == 0) extra.insert(n);
-    if (extra.empty()) break;
-  }
-  return extra;
-}
-
-// The names in one folder, hidden ones included.
-inline std::set<std::string> folderItems(const std::string& folder) {
-  std::set<std::string> out;
-  for (const auto& item : std::filesystem::directory_iterator(folder))
-    out.insert(item.path().filename());
-  return out;
 }
 
 // The files (not folders) this process has open; an unnamed or deleted one
