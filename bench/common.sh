@@ -107,3 +107,19 @@ tree_files() { find "$TREE" -type f | wc -l; }
 ratio() { python3 -c "print(f'{$1/$2:.2f}x' if $2 else 'n/a')"; }
 
 row() { printf '%-44s %10s %10s %10s %8s\n' "$@"; }
+
+# The tool as users run it.
+TOOL=$build/tools/velzip/velzip
+export TOOL
+
+# verdict RATIO LIMIT: "ok" when RATIO (e.g. 0.53x) is at most LIMIT, else "MISS".
+verdict() { python3 -c "print('ok' if float('${1%x}') <= float('$2') else 'MISS')"; }
+
+# target LABEL OURS PEERS LIMIT: one row of a target table, the ratio of two
+# measurements and whether it meets LIMIT (a ratio).
+target() {
+  local r
+  r=$(ratio "$2" "$3")
+  printf '%-52s %9s %9s %7s %7s %5s\n' "$1" "$2" "$3" "$r" "<=$4x" "$(verdict "$r" "$4")"
+}
+target_head() { printf '%-52s %9s %9s %7s %7s %5s\n' "$1" velzip peer ratio target ""; }

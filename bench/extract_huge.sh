@@ -2,7 +2,6 @@
 # Memory of extracting one format-1 file of 5 GiB: the payload is decoded
 # into the file in pieces, so memory must not grow with the file's size.
 . "$(dirname "$0")/common.sh"
-tool=$build/bench/bench_extract
 size=$((5 * 1024 * 1024 * 1024))
 
 # Zeros with a fast preset: any LZMA2 stream with the format's property
@@ -29,8 +28,8 @@ open(archive, "wb").write(data)
 PY
 
 echo "== format-1 extraction of one $((size / 1073741824)) GiB file =="
-read -r wall cpu < <(best "'$tool' unzip '$tmp/huge.vz' '$tmp/out'")
-mem=$(peak_kib "$tool" unzip "$tmp/huge.vz" "$tmp/out")
+read -r wall cpu < <(best "'$TOOL' -q extract -j 1 '$tmp/huge.vz' '$tmp/out'")
+mem=$(peak_kib "$TOOL" -q extract -j 1 "$tmp/huge.vz" "$tmp/out")
 [ "$(stat -c %s "$tmp/out/huge")" = "$size" ] || { echo "FAILED: wrong size" >&2; exit 1; }
 rm -rf "$tmp/out"
 row "" "wall s" "cpu s" "peak MiB" "target"
