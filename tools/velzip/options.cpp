@@ -21,14 +21,14 @@ const OptionName kOptionNames[] = {
     {kOptThreads, "-j"},    {kOptNoXattrs, "--no-xattrs"}, {kOptJson, "--json"},
 };
 
-struct CommandSpec {
+struct CommandSyntax {
   const char* name;
   size_t least, most;   // operands
   unsigned allowed;     // OptionBit values
   const char* formats;  // what -f takes, for the message
   const char* synopsis;
 };
-const CommandSpec kCommands[] = {
+const CommandSyntax kCommands[] = {
     {"compress", 2, 2,
      kOptFormat | kOptForce | kOptExclude | kOptLevel | kOptThreads | kOptNoXattrs, "0 or 1",
      "compress [-f 0|1] [-0 ... -9] [-x GLOB]... [-j N] [--no-xattrs] [--force] FOLDER ARCHIVE"},
@@ -36,7 +36,7 @@ const CommandSpec kCommands[] = {
      kOptFormat | kOptPassword | kOptKeepSetId | kOptInclude | kOptExclude | kOptOverwrite |
          kOptKeepExisting | kOptThreads | kOptNoXattrs,
      "auto, 0 or 1",
-     "extract [-f auto|0|1] [-p PASSWORD] [-i GLOB]... [-x GLOB]... [-o|-k] [-j N] "
+     "extract [-f auto|0|1] [-p PASSWORD] [-i GLOB]... [-x GLOB]... [-o | -k] [-j N] "
      "[--no-xattrs] [--keep-setid] ARCHIVE [DEST]"},
     {"test", 1, 1, kOptFormat | kOptPassword | kOptThreads, "auto, 0 or 1",
      "test [-f auto|0|1] [-p PASSWORD] [-j N] ARCHIVE"},
@@ -139,11 +139,13 @@ int takeValued(int argc, char** argv, int& i, Options& opt) {
       case kOptExclude:
         opt.excludes.push_back(value);
         break;
-      default:
+      case kOptThreads:
         if (!parseThreads(value, opt.threads)) {
           return usage("option " + arg + " needs a number of threads from 1 to " +
                        std::to_string(kMostThreads) + ", not '" + value + "'");
         }
+        break;
+      default:
         break;
     }
     return 1;
@@ -152,26 +154,26 @@ int takeValued(int argc, char** argv, int& i, Options& opt) {
 }
 
 int checkCommand(const Options& opt) {
-  const CommandSpec* spec = nullptr;
+  const CommandSyntax* syntax = nullptr;
   for (const auto& c : kCommands) {
-    if (opt.command == c.name) spec = &c;
+    if (opt.command == c.name) syntax = &c;
   }
-  if (spec == nullptr) return usage("unknown command '" + opt.command + "'");
+  if (syntax == nullptr) return usage("unknown command '" + opt.command + "'");
   const size_t n = opt.operands.size();
-  if (n < spec->least || n > spec->most)
-    return usage(std::string("usage: velzip ") + spec->synopsis);
+  if (n < syntax->least || n > syntax->most)
+    return usage(std::string("usage: velzip ") + syntax->synopsis);
   for (const auto& o : opt.operands) {
-    if (o.empty()) return usage(std::string("empty path in: velzip ") + spec->synopsis);
+    if (o.empty()) return usage(std::string("empty path in: velzip ") + syntax->synopsis);
   }
   for (const auto& o : kOptionNames) {
-    if (opt.has(o.bit) && (spec->allowed & o.bit) == 0) {
+    if (opt.has(o.bit) && (syntax->allowed & o.bit) == 0) {
       return usage(opt.command + " takes no " + o.name + " option");
     }
   }
   if (opt.has(kOptFormat)) {
-    const bool autoOk = spec->formats[0] == 'a';
+    const bool autoOk = syntax->formats[0] == 'a';
     if (opt.format != "0" && opt.format != "1" && !(autoOk && opt.format == "auto")) {
-      return usage(opt.command + ": format must be " + spec->formats + ", not '" + opt.format +
+      return usage(opt.command + ": format must be " + syntax->formats + ", not '" + opt.format +
                    "'");
     }
   }
