@@ -32,6 +32,14 @@ enum class UZ_EntryKind { kFile, kFolder, kLink, kCompanion };
 // does not say (its 0x9901 extra field is missing or damaged).
 enum class UZ_Encryption { kNone, kZipCrypto, kAes128, kAes192, kAes256, kAes, kStrong };
 
+// Asked by unzipTo and unzipFile about each entry, once, on the caller's
+// thread, before anything of it is made or reported (with threads, while the
+// extraction is planned): name is the entry's name as the callback gets it,
+// kind what extraction makes of it. False leaves the entry out altogether: no
+// file, folder, link or metadata and no callback. A folder entry left out is
+// only that entry; the entries under its name are asked for themselves.
+typedef bool (*UZ_EntryFilter)(const char* name, UZ_EntryKind kind, void* userData);
+
 // One entry at full width, as the readers themselves see it (getEntryInfo).
 struct UZ_EntryInfo {
   std::string name;  // whole, in UTF-8, every '\' turned into '/'

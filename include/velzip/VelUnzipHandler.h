@@ -56,6 +56,9 @@ class VELZIP_API VelUnzipHandler {
   // thread, with the same states, names and values in the same order; no
   // thread outlives the call.
   void setThreadCount(unsigned threads);
+  // Which entries extraction takes (see UZ_EntryFilter); null, the default,
+  // takes them all.
+  void setEntryFilter(UZ_EntryFilter filter, void* userData);
   // A null fn keeps the current callback; userData is stored either way.
   void setCallback(ZLibCallback fn, void* userData);
   // Only an existing folder is accepted.

@@ -30,6 +30,13 @@ struct Z_FileInfo {
 // only files that have extended attributes, or none at all.
 enum class CompanionPolicy { kFormatDefault, kWithMetadata, kNever };
 
+// Asked by addFolderToZip about each item below the folder, on the caller's
+// thread, before the item is reported, read or prepared ahead: path is the
+// item's source path, isFolder whether the walk would enter it. False leaves
+// the item out: a file or link with its companion, a folder with its entry
+// and everything in it.
+typedef bool (*Z_WalkFilter)(const char* path, bool isFolder, void* userData);
+
 namespace velzip {
 class ZipWriter;
 }
@@ -90,6 +97,9 @@ class VELZIP_API VelZipHandler {
   // states, names and values in the same order, and the archive is the same
   // byte for byte; no thread outlives the call.
   void setThreadCount(unsigned threads);
+  // Which items addFolderToZip takes (see Z_WalkFilter); null, the default,
+  // takes them all.
+  void setWalkFilter(Z_WalkFilter filter, void* userData);
 
   // Kept for the host; the writer logs through the archive sink only.
   void setLogger(void* logger);

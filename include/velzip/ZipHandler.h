@@ -80,6 +80,9 @@ class VELZIP_API ZipHandler {
   // states, names and values in the same order, and the archive is the same
   // byte for byte; no thread outlives the call.
   void setThreadCount(unsigned threads);
+  // Which items addFolderToZip takes (see Z_WalkFilter); null, the default,
+  // takes them all.
+  void setWalkFilter(Z_WalkFilter filter, void* userData);
 
   // Kept for the host; this writer never logs.
   void setLogger(void* logger);

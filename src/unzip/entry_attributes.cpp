@@ -58,6 +58,20 @@ EntryType entryType(const ZipEntryRecord& rec, const std::string& name) {
   return EntryType::kFile;
 }
 
+UZ_EntryKind publicKind(EntryType type) {
+  switch (type) {
+    case EntryType::kFolder:
+      return UZ_EntryKind::kFolder;
+    case EntryType::kLink:
+      return UZ_EntryKind::kLink;
+    case EntryType::kCompanion:
+      return UZ_EntryKind::kCompanion;
+    case EntryType::kFile:
+      break;
+  }
+  return UZ_EntryKind::kFile;
+}
+
 uint32_t entryMode(const ZipEntryRecord& rec, EntryType type, bool keepSetId, uint32_t umask) {
   const uint32_t unixMode = rec.externalAttributes >> 16;
   const unsigned host = rec.versionMadeBy >> 8;

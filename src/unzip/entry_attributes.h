@@ -8,6 +8,7 @@
 #include <string>
 
 #include "unzip/zip_record.h"
+#include "velzip/UZ_FileInfo.h"
 
 namespace velzip {
 
@@ -21,6 +22,8 @@ std::string entryName(const ZipEntryRecord& rec);
 // Link by the mode's type bits, folder by a trailing '/' or the MS-DOS
 // folder attribute, then a "__MACOSX/.../._name" companion, else a file.
 EntryType entryType(const ZipEntryRecord& rec, const std::string& name);
+// The same, as hosts see it.
+UZ_EntryKind publicKind(EntryType type);
 
 // The mode to restore, type bits included. An entry keeps its own
 // permission bits when it has any and either comes from a Unix-like host or

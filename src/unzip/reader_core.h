@@ -62,6 +62,10 @@ class ReaderCore {
   void setCallback(ZLibCallback fn, void* userData) { progress_.set(fn, userData); }
   void setKeepSetIdBits(bool keep) { keepSetId_ = keep; }
   void setThreadCount(unsigned threads) { threads_ = threads == 0 ? 1 : threads; }
+  void setEntryFilter(UZ_EntryFilter filter, void* userData) {
+    filter_ = filter;
+    filterData_ = userData;
+  }
   bool setOutputFolder(const char* folder);
 
   unsigned long getFileCount();
@@ -102,6 +106,7 @@ class ReaderCore {
     bool modeGiven = false;       // the caller's override, not the entry's own
     bool strayCompanion = false;  // a file under "__MACOSX/" that names no file
     std::string refusal;          // the line that says why it cannot be extracted
+    bool leftOut = false;         // by the host's entry filter
   };
   // A symbolic link made in the closing pass.
   struct PendingLink {
@@ -162,6 +167,8 @@ class ReaderCore {
   bool fileOpenOption_ = false;
   bool keepSetId_ = false;
   unsigned threads_ = 1;
+  UZ_EntryFilter filter_ = nullptr;
+  void* filterData_ = nullptr;
   uint32_t umask_ = 022;
   Destination dest_;
   bool wholeArchive_ = false;  // inside unzipTo: folders and links wait for the end

@@ -150,18 +150,20 @@ bool ReaderCore::planEntry(const char* folder, bool junkPaths, unsigned long mod
   if (!entry.path.empty() && entry.path.back() != '/') entry.path += '/';
   entry.path += name;
   entry.name = name;
-  if (stored.find('\0') != std::string::npos || hasParentComponent(stored.c_str()) ||
-      !normaliseRelative(name, entry.rel)) {
-    entry.refusal = "Refusing to extract outside the destination: " + stored;
-    return false;
-  }
-
   const EntryType type = entryType(entry.rec, stored);
   // Junked, a companion's folder part is gone and it is an ordinary file.
   const bool companion = type == EntryType::kCompanion && !companionTargetName(name).empty();
   entry.type = type == EntryType::kCompanion && !companion ? EntryType::kFile : type;
   entry.strayCompanion =
       entry.type == EntryType::kFile && name.compare(0, 9, kCompanionFolder) == 0;
+  // Asked first, so that a host can leave out an entry it would refuse.
+  entry.leftOut =
+      filter_ != nullptr && !filter_(entry.name.c_str(), publicKind(entry.type), filterData_);
+  if (stored.find('\0') != std::string::npos || hasParentComponent(stored.c_str()) ||
+      !normaliseRelative(name, entry.rel)) {
+    entry.refusal = "Refusing to extract outside the destination: " + stored;
+    return false;
+  }
   entry.modeGiven = mode != kKeepEntryMode;
   entry.mode = entry.modeGiven ? static_cast<uint32_t>(mode)
                                : entryMode(entry.rec, entry.type, keepSetId_, umask_);
@@ -169,6 +171,7 @@ bool ReaderCore::planEntry(const char* folder, bool junkPaths, unsigned long mod
 }
 
 bool ReaderCore::extractPlanned(const Entry& entry) {
+  if (entry.leftOut) return true;
   if (!entry.refusal.empty()) {
     log(kLogLevelError, "%s", entry.refusal.c_str());
     return false;

@@ -11,20 +11,6 @@ namespace {
 constexpr size_t kMaxLinkTarget = 65536;
 constexpr size_t kChunk = 65536;
 
-UZ_EntryKind publicKind(EntryType type) {
-  switch (type) {
-    case EntryType::kFolder:
-      return UZ_EntryKind::kFolder;
-    case EntryType::kLink:
-      return UZ_EntryKind::kLink;
-    case EntryType::kCompanion:
-      return UZ_EntryKind::kCompanion;
-    case EntryType::kFile:
-      break;
-  }
-  return UZ_EntryKind::kFile;
-}
-
 UZ_Encryption publicEncryption(const DataLayers& layers) {
   switch (layers.encryption) {
     case Encryption::kNone:

@@ -52,7 +52,8 @@ bool ReaderCore::extractInParallel(const char* destFolder, bool junkPaths, unsig
     for (; next < entries.size() && next < end; ++next) {
       const Entry& e = entries[next];
       jobs[next] = std::make_unique<Job>();
-      if (!e.refusal.empty() || e.type != EntryType::kFile || e.strayCompanion || e.rel.empty()) {
+      if (e.leftOut || !e.refusal.empty() || e.type != EntryType::kFile || e.strayCompanion ||
+          e.rel.empty()) {
         continue;
       }
       Job& job = *jobs[next];

@@ -92,6 +92,10 @@ void UnzipHandler::setThreadCount(unsigned threads) {
   core_->setThreadCount(threads);
 }
 
+void UnzipHandler::setEntryFilter(UZ_EntryFilter filter, void* userData) {
+  core_->setEntryFilter(filter, userData);
+}
+
 bool UnzipHandler::createFolder(const char* path) {
   return core_->createFolder(path);
 }

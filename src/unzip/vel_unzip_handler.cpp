@@ -93,6 +93,10 @@ void VelUnzipHandler::setThreadCount(unsigned threads) {
   core_->setThreadCount(threads);
 }
 
+void VelUnzipHandler::setEntryFilter(UZ_EntryFilter filter, void* userData) {
+  core_->setEntryFilter(filter, userData);
+}
+
 bool VelUnzipHandler::createFolder(const char* path) {
   return core_->createFolder(path);
 }

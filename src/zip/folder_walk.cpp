@@ -130,8 +130,13 @@ bool ZipWriter::walk(const char* path, bool flatten, bool addRootFolder, const S
     }
     char child[kPathBufferSize];
     childPath(child, folder, entry->d_name);
+    const bool isFolder = listedAsDirectory(entry, child);
+    if (filter_ != nullptr && !filter_(child, isFolder, filterData_)) {
+      result = true;
+      continue;
+    }
     const std::string item = entry->d_name, source = child;
-    if (listedAsDirectory(entry, child)) {
+    if (isFolder) {
       sink(
           [this, item, here] {
             log(kLogLevelDetail, "Found directory %s inside directory %s", item.c_str(),

@@ -36,6 +36,10 @@ void VelZipHandler::setThreadCount(unsigned threads) {
   writer_->setThreadCount(threads);
 }
 
+void VelZipHandler::setWalkFilter(Z_WalkFilter filter, void* userData) {
+  writer_->setWalkFilter(filter, userData);
+}
+
 const char* VelZipHandler::lastError() const {
   return writer_->lastError();
 }

@@ -34,6 +34,10 @@ void ZipHandler::setThreadCount(unsigned threads) {
   writer_->setThreadCount(threads);
 }
 
+void ZipHandler::setWalkFilter(Z_WalkFilter filter, void* userData) {
+  writer_->setWalkFilter(filter, userData);
+}
+
 const char* ZipHandler::lastError() const {
   return writer_->lastError();
 }

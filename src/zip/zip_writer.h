@@ -97,6 +97,10 @@ class ZipWriter {
   void setLevel(int level) { tools_.level = level < -1 || level > 9 ? -1 : level; }
   void setCompanionPolicy(CompanionPolicy policy) { companions_ = policy; }
   void setThreadCount(unsigned threads) { threads_ = threads == 0 ? 1 : threads; }
+  void setWalkFilter(Z_WalkFilter filter, void* userData) {
+    filter_ = filter;
+    filterData_ = userData;
+  }
   void setLogger(void* logger) { logger_ = logger; }
   void* logger() const { return logger_; }
 
@@ -193,6 +197,8 @@ class ZipWriter {
   EntryContent content_;
   CompanionPolicy companions_ = CompanionPolicy::kFormatDefault;
   unsigned threads_ = 1;
+  Z_WalkFilter filter_ = nullptr;
+  void* filterData_ = nullptr;
   EntryDeflater deflater_;
   int depth_ = 0;
 };

@@ -19,7 +19,7 @@ TEST(ToolExtract, OverAnEarlierResultAndWithItsReasonsOnFailure) {
     writeFile(tree + "/text.txt", "edited");
     ASSERT_EQ(unlink((tree + "/link-file").c_str()), 0);
     writeFile(tree + "/link-file", "a file where a link was");
-    const Result again = run({"extract", archive, out});
+    const Result again = run({"extract", "-o", archive, out});
     EXPECT_EQ(again.status, 0) << again.err;
     EXPECT_EQ(describe(tree, format[0] == '1'), describe(t / "src", format[0] == '1'));
   }
@@ -30,7 +30,7 @@ TEST(ToolExtract, OverAnEarlierResultAndWithItsReasonsOnFailure) {
   entry.crc ^= 0x10;
   writeFile(bad, craftZip({entry}));
   const std::string dest = t / "out0/src";
-  const Result r = run({"extract", bad, dest});
+  const Result r = run({"extract", "-o", bad, dest});
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(contains(r.err, dest + "/text.txt: CRC-32 mismatch")) << r.err;
   EXPECT_EQ(readFile(dest + "/text.txt"), readFile(t / "src/text.txt"));

@@ -26,23 +26,6 @@ std::vector<std::string> rowOf(const std::string& list, const std::string& name)
   return {};
 }
 
-// Where the stored data of the index-th entry starts, walking the local
-// headers of an archive written without data descriptors.
-size_t storedDataAt(const std::string& zip, int index) {
-  const std::string bytes = readFile(zip);
-  auto le = [&](size_t at, int width) {
-    size_t v = 0;
-    for (int i = width - 1; i >= 0; --i) v = v << 8 | static_cast<unsigned char>(bytes[at + i]);
-    return v;
-  };
-  size_t at = 0;
-  for (int i = 0;; ++i) {
-    const size_t data = at + 30 + le(at + 26, 2) + le(at + 28, 2);
-    if (i == index) return data;
-    at = data + le(at + 18, 4);
-  }
-}
-
 class ToolReading : public ::testing::Test {
  protected:
   void SetUp() override {

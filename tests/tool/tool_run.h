@@ -152,9 +152,56 @@ inline std::string describe(const std::string& root, bool withFolders = true) {
   return out;
 }
 
+// Where the stored data of the index-th entry starts, walking the local
+// headers of an archive written without data descriptors.
+inline size_t storedDataAt(const std::string& zip, int index) {
+  const std::string bytes = readFile(zip);
+  auto le = [&](size_t at, int width) {
+    size_t v = 0;
+    for (int i = width - 1; i >= 0; --i) v = v << 8 | static_cast<unsigned char>(bytes[at + i]);
+    return v;
+  };
+  size_t at = 0;
+  for (int i = 0;; ++i) {
+    const size_t data = at + 30 + le(at + 26, 2) + le(at + 28, 2);
+    if (i == index) return data;
+    at = data + le(at + 18, 4);
+  }
+}
+
 inline unsigned long entryCount(const std::string& archive) {
   Vel::VelUnzipHandler reader(archive.c_str());
   return reader.getFileCount();
+}
+
+// The archive's entry names in order, as the library reads them.
+inline std::vector<std::string> entryNames(const std::string& archive) {
+  std::vector<std::string> names;
+  Vel::VelUnzipHandler reader(archive.c_str());
+  for (bool more = reader.gotoFirstFile(nullptr); more; more = reader.gotoNextFile(nullptr)) {
+    UZ_EntryInfo info;
+    if (reader.getEntryInfo(info)) names.push_back(info.name);
+  }
+  return names;
+}
+
+inline int entryIndex(const std::string& archive, const std::string& name) {
+  const auto names = entryNames(archive);
+  for (size_t i = 0; i < names.size(); ++i) {
+    if (names[i] == name) return static_cast<int>(i);
+  }
+  return -1;
+}
+
+// Every item below root by its relative path, folders with a trailing '/'.
+inline std::set<std::string> treeItems(const std::string& root) {
+  std::set<std::string> out;
+  if (!exists(root)) return out;
+  for (const auto& item : fs::recursive_directory_iterator(root)) {
+    const bool folder = item.is_directory() && !item.is_symlink();
+    out.insert(item.path().string().substr(root.size() + 1) + (folder ? "/" : ""));
+  }
+  return out;
 }
 
 }  // namespace velzip_test

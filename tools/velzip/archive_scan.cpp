@@ -133,7 +133,8 @@ bool scanArchive(const std::string& path, bool readLinkTargets, ArchiveScan& out
     e.hasSizeText = info.hasSizeText;
     e.sizeText = info.sizeText;
     if (e.kind == EntryKind::kLink && readLinkTargets) {
-      e.linkTarget = e.encrypted && info.linkTarget.empty() ? "(encrypted)" : info.linkTarget;
+      e.linkTarget = info.linkTarget;
+      e.linkTargetHidden = e.encrypted && info.linkTarget.empty();
     }
     if (e.kind == EntryKind::kFile || e.kind == EntryKind::kMetadata) {
       if (e.method != 0 || !e.hasSizeText) everyFileIsCurrent = false;

@@ -26,8 +26,9 @@ struct ScannedEntry {
   int64_t modTime = 0;
   uint32_t crc = 0;
   bool hasSizeText = false;
-  uint64_t sizeText = 0;   // restored size, when the extra field holds one
-  std::string linkTarget;  // links, when asked for; "(encrypted)" when it cannot be read
+  uint64_t sizeText = 0;          // restored size, when the extra field holds one
+  std::string linkTarget;         // links, when asked for and readable
+  bool linkTargetHidden = false;  // encrypted, and no password to read it
 };
 
 struct ArchiveScan {

@@ -1,10 +1,12 @@
+#include "display.h"
+
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstdarg>
 #include <cstring>
 
-#include "cli.h"
+#include "options.h"
 #include "velzip/velzip.h"
 
 namespace velzip_tool {
@@ -174,6 +176,10 @@ std::string humanBytes(uint64_t bytes) {
   char buf[32];
   std::snprintf(buf, sizeof buf, "%.1f %s", value, kUnits[unit]);
   return buf;
+}
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
 std::string seconds(double s) {

@@ -1,37 +1,14 @@
-// Shared pieces of the velzip command-line tool.
-#ifndef VELZIP_TOOL_CLI_H
-#define VELZIP_TOOL_CLI_H
+// Everything the tool prints while the library works goes through here, so
+// that a progress bar on the terminal is wiped before a line is written.
+#ifndef VELZIP_TOOL_DISPLAY_H
+#define VELZIP_TOOL_DISPLAY_H
 
 #include <chrono>
-#include <csignal>
 #include <cstdint>
-#include <cstdio>
 #include <string>
-#include <vector>
 
 namespace velzip_tool {
 
-enum ExitCode { kExitOk = 0, kExitFailure = 1, kExitUsage = 2 };
-
-struct Options {
-  std::string command;
-  std::vector<std::string> operands;
-  std::string format;  // as given with -f; empty when absent
-  // The readers borrow it: Options outlives every reader.
-  std::string password;
-  bool passwordGiven = false;
-  bool keepSetId = false;  // extract: restore set-user-ID and set-group-ID bits
-  bool quiet = false;
-  bool verbose = false;
-  bool force = false;  // compress: replace ARCHIVE even when it is no zip archive
-};
-
-// Set by SIGINT/SIGTERM; the progress callback turns it into an abort.
-extern volatile std::sig_atomic_t gInterrupted;
-void installInterruptHandler();
-
-// Everything the tool prints while the library works goes through here so
-// that a progress bar on the terminal is wiped before a line is written.
 class Display {
  public:
   Display(bool quiet, bool verbose);
@@ -73,20 +50,11 @@ void muteLibraryErrors();
 
 std::string humanBytes(uint64_t bytes);
 std::string seconds(double s);
-
-// Lexically absolute: relative paths are joined to the current folder; "."
-// components, repeated and trailing slashes are dropped.
-std::string absolutePath(const std::string& path);
-std::string parentOf(const std::string& absPath);
-
-int runCompress(const Options& opt, Display& display);
-int runExtract(const Options& opt, Display& display);
-int runList(const Options& opt, Display& display);
-int runGzip(const Options& opt, Display& display);
+double secondsSince(std::chrono::steady_clock::time_point start);
 
 // "velzip: <reason>" on stderr; returns kExitFailure.
 int fail(Display& display, const std::string& reason);
 
 }  // namespace velzip_tool
 
-#endif  // VELZIP_TOOL_CLI_H
+#endif  // VELZIP_TOOL_DISPLAY_H
