@@ -49,7 +49,8 @@ TEST(ToolLarge, AFileOverFourGiBInBothFormats) {
   for (const char* format : {"1", "0"}) {
     SCOPED_TRACE(format);
     const std::string archive = t / (std::string("big") + format + ".zip");
-    const Result c = run({"-q", "compress", "-f", format, t / "big", archive});
+    // The fastest level: what matters here is the size, not the ratio.
+    const Result c = run({"-q", "compress", "-1", "-f", format, t / "big", archive});
     ASSERT_EQ(c.status, 0) << c.err;
     const Result list = run({"list", archive});
     EXPECT_TRUE(contains(list.out, std::string("format ") + format)) << list.out;
