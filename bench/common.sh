@@ -108,9 +108,12 @@ ratio() { python3 -c "print(f'{$1/$2:.2f}x' if $2 else 'n/a')"; }
 
 row() { printf '%-44s %10s %10s %10s %8s\n' "$@"; }
 
-# The tool as users run it.
+# The tool as users run it. OLD_TOOL, when set, is an earlier build of it
+# (one thread, no -j), measured in the same run for the rows that must be
+# no worse than before.
 TOOL=$build/tools/velzip/velzip
-export TOOL
+OLD_TOOL=${OLD_TOOL:-}
+export TOOL OLD_TOOL
 
 # verdict RATIO LIMIT: "ok" when RATIO (e.g. 0.53x) is at most LIMIT, else "MISS".
 verdict() { python3 -c "print('ok' if float('${1%x}') <= float('$2') else 'MISS')"; }

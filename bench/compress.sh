@@ -18,8 +18,8 @@ read -r s1w _ < <(best "$s1")
 read -r snw _ < <(best "$sn")
 read -r vlw _ < <(best "$vl")
 read -r xlw _ < <(best "$xl")
-sh -c "$(v1 2)"
-sh -c "$s1"
+sh -c "$(v1 2)" >/dev/null
+sh -c "$s1" >/dev/null
 vsize=$(stat -c %s "$tmp/tree.zip")
 ssize=$(stat -c %s "$tmp/tree7.zip")
 m2=$(peak_kib "$TOOL" -q compress -j 2 "$TREE" "$tmp/m.zip")
@@ -32,7 +32,11 @@ echo "== format-1 compression: tree of $(tree_files) files; one 64 MB file (wall
 target_head ""
 target "tree, -j 2 vs 7zz -mmt=1" "$v2w" "$s1w" 0.55
 target "tree, -j 2 vs 7zz (its default threads)" "$v2w" "$snw" 1.00
-target "tree, -j 1 vs 7zz -mmt=1 (was 1.01x)" "$v1w" "$s1w" 1.01
+target "tree, -j 1 vs 7zz -mmt=1" "$v1w" "$s1w" 1.05
+if [ -n "$OLD_TOOL" ]; then
+  read -r ow _ < <(best "rm -f '$tmp/old.zip'; '$OLD_TOOL' -q compress '$TREE' '$tmp/old.zip'")
+  target "tree, -j 1 vs the earlier velzip" "$v1w" "$ow" 1.05
+fi
 target "tree archive bytes vs 7zz" "$vsize" "$ssize" 1.00
 target "64 MB file vs xz -T1" "$vlw" "$xlw" 1.03
 row "peak memory MiB: tree -j 2 / file -j 1 / file -j 2" "$((m2 / 1024))" "$((m1 / 1024))" \

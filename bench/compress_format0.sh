@@ -10,12 +10,16 @@ z="rm -f '$tmp/tree-zip.zip'; cd '$(dirname "$TREE")' && zip -r -q '$tmp/tree-zi
 read -r v2w _ < <(best "$(v0 2)")
 read -r v1w _ < <(best "$(v0 1)")
 read -r zw _ < <(best "$z")
-sh -c "$(v0 2)"
-sh -c "$z"
+sh -c "$(v0 2)" >/dev/null
+sh -c "$z" >/dev/null
 
 echo "== format-0 compression: tree of $(tree_files) files (wall seconds) =="
 target_head ""
 target "tree, -j 2 vs zip -r -q" "$v2w" "$zw" 0.60
-target "tree, -j 1 vs zip -r -q (was 1.01x)" "$v1w" "$zw" 1.01
+target "tree, -j 1 vs zip -r -q" "$v1w" "$zw" 1.01
+if [ -n "$OLD_TOOL" ]; then
+  read -r ow _ < <(best "rm -f '$tmp/old.zip'; '$OLD_TOOL' -q compress -f 0 '$TREE' '$tmp/old.zip'")
+  target "tree, -j 1 vs the earlier velzip" "$v1w" "$ow" 1.05
+fi
 target "archive bytes vs zip -r -q (within 2%)" "$(stat -c %s "$tmp/tree.zip")" \
   "$(stat -c %s "$tmp/tree-zip.zip")" 1.02

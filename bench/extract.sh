@@ -23,6 +23,10 @@ rm -rf "$tmp/out"
 echo "== format-1 extraction: tree of $(tree_files) files; one 64 MB file (wall seconds) =="
 target_head ""
 target "tree, -j 2 vs 7zz x" "$v2w" "$sw" 0.60
-target "tree, -j 1 vs 7zz x (was 0.45x)" "$v1w" "$sw" 0.45
+target "tree, -j 1 vs 7zz x" "$v1w" "$sw" 1.00
+if [ -n "$OLD_TOOL" ]; then
+  read -r ow _ < <(best "'$OLD_TOOL' -q extract '$tmp/tree.vz' '$tmp/out'")
+  target "tree, -j 1 vs the earlier velzip" "$v1w" "$ow" 1.05
+fi
 target "64 MB file vs xz -d" "$vlw" "$xlw" 1.05
 row "peak memory MiB, 64 MB file (target < 64)" "$((mem / 1024))" "" "" ""

@@ -14,4 +14,8 @@ read -r uw _ < <(best "unzip -q '$tmp/tree.zip' -d '$tmp/out'")
 echo "== format-0 extraction: tree of $(tree_files) files (wall seconds) =="
 target_head ""
 target "tree, -j 2 vs unzip -q" "$v2w" "$uw" 0.70
-target "tree, -j 1 vs unzip -q (was 1.00x)" "$v1w" "$uw" 1.00
+target "tree, -j 1 vs unzip -q" "$v1w" "$uw" 1.00
+if [ -n "$OLD_TOOL" ]; then
+  read -r ow _ < <(best "'$OLD_TOOL' -q extract -f 0 '$tmp/tree.zip' '$tmp/out'")
+  target "tree, -j 1 vs the earlier velzip" "$v1w" "$ow" 1.05
+fi

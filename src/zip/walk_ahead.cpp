@@ -21,7 +21,7 @@
 namespace velzip {
 namespace {
 
-constexpr size_t kAheadPerThread = 4;
+constexpr size_t kAheadPerThread = 32;
 constexpr uint64_t kMiB = uint64_t{1} << 20;
 // What one thread may hold, and what each further one may add.
 constexpr uint64_t kFirstThreadBudget = 180 * kMiB;
