@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <vector>
 
 namespace velzip {
@@ -18,6 +19,11 @@ constexpr size_t kEndSize = 22;
 constexpr size_t kZip64EndSize = 56;
 constexpr size_t kZip64LocatorSize = 20;
 constexpr size_t kMaxComment = 0xFFFF;
+// Directories larger than this are read from the file as the walk goes.
+constexpr uint64_t kMaxCachedDirectory = uint64_t{256} << 20;
+// What one read of a local header takes in: its fixed part and, usually,
+// its name and extra field too.
+constexpr size_t kLocalHeadRead = 512;
 
 }  // namespace
 
@@ -41,11 +47,27 @@ bool ArchiveFile::open(const char* path) {
 
 void ArchiveFile::close() {
   fd_.reset();
-  size_ = shift_ = 0;
+  size_ = shift_ = cacheStart_ = 0;
+  std::vector<uint8_t>().swap(cache_);
+}
+
+void ArchiveFile::cacheDirectory(uint64_t from) {
+  if (from >= size_ || size_ - from > kMaxCachedDirectory) return;
+  std::vector<uint8_t> bytes(static_cast<size_t>(size_ - from));
+  if (readAt(from, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) return;
+  cacheStart_ = from;
+  cache_ = std::move(bytes);
 }
 
 ssize_t ArchiveFile::readAt(uint64_t offset, void* buf, size_t size) const {
   auto* p = static_cast<unsigned char*>(buf);
+  if (!cache_.empty() && offset >= cacheStart_ && offset - cacheStart_ <= cache_.size()) {
+    const uint64_t at = offset - cacheStart_;
+    if (size <= cache_.size() - at) {
+      std::memcpy(p, cache_.data() + at, size);
+      return static_cast<ssize_t>(size);
+    }
+  }
   size_t done = 0;
   while (done < size) {
     const ssize_t n = pread(fd_.get(), p + done, size - done, static_cast<off_t>(offset + done));
@@ -89,7 +111,53 @@ bool ArchiveFile::locateDirectory() {
   }
   if (dirOffset > UINT64_MAX - dirSize || recordAt < dirOffset + dirSize) return false;
   shift_ = recordAt - (dirOffset + dirSize);
+  cacheDirectory(shift_ + dirOffset);
   return true;
+}
+
+zlib_filefunc64_def* ArchiveFile::zipFunctions() {
+  cursor_ = Cursor{this, 0, false};
+  functions_.zopen64_file = [](voidpf opaque, const void*, int) -> voidpf { return opaque; };
+  functions_.zread_file = readCursor;
+  functions_.zwrite_file = [](voidpf, voidpf, const void*, uLong) -> uLong { return 0; };
+  functions_.ztell64_file = [](voidpf, voidpf stream) -> ZPOS64_T {
+    return static_cast<Cursor*>(stream)->position;
+  };
+  functions_.zseek64_file = seekCursor;
+  functions_.zclose_file = [](voidpf, voidpf) { return 0; };
+  functions_.zerror_file = [](voidpf, voidpf stream) {
+    return static_cast<Cursor*>(stream)->failed ? 1 : 0;
+  };
+  functions_.opaque = &cursor_;
+  return &functions_;
+}
+
+uLong ArchiveFile::readCursor(voidpf, voidpf stream, void* buf, uLong size) {
+  auto* c = static_cast<Cursor*>(stream);
+  const ssize_t n = c->file->readAt(c->position, buf, size);
+  if (n < 0) {
+    c->failed = true;
+    return 0;
+  }
+  c->position += static_cast<uint64_t>(n);
+  return static_cast<uLong>(n);
+}
+
+long ArchiveFile::seekCursor(voidpf, voidpf stream, ZPOS64_T offset, int origin) {
+  auto* c = static_cast<Cursor*>(stream);
+  switch (origin) {
+    case ZLIB_FILEFUNC_SEEK_SET:
+      c->position = offset;
+      return 0;
+    case ZLIB_FILEFUNC_SEEK_CUR:
+      c->position += offset;
+      return 0;
+    case ZLIB_FILEFUNC_SEEK_END:
+      c->position = c->file->size() + offset;
+      return 0;
+    default:
+      return -1;
+  }
 }
 
 bool ArchiveFile::readCentral(uint64_t centralOffset, ZipEntryRecord& rec, std::string& why) const {
@@ -118,22 +186,25 @@ bool ArchiveFile::readCentral(uint64_t centralOffset, ZipEntryRecord& rec, std::
 }
 
 bool ArchiveFile::readLocal(const ZipEntryRecord& rec, LocalEntry& out, std::string& why) const {
-  unsigned char head[kLocalHeaderSize];
+  unsigned char head[kLocalHeadRead];
   const uint64_t at = shift_ + rec.localHeaderOffset;
-  if (rec.localHeaderOffset > size_ ||
-      readAt(at, head, sizeof head) != static_cast<ssize_t>(sizeof head) ||
-      le32(head) != kLocalSignature) {
+  const ssize_t got = rec.localHeaderOffset > size_ ? -1 : readAt(at, head, sizeof head);
+  if (got < static_cast<ssize_t>(kLocalHeaderSize) || le32(head) != kLocalSignature) {
     why = "no local header where the central directory points";
     return false;
   }
   const size_t nameLen = le16(head + 26), extraLen = le16(head + 28);
-  out.extra.assign(extraLen, '\0');
-  if (readAt(at + sizeof head + nameLen, out.extra.data(), extraLen) !=
-      static_cast<ssize_t>(extraLen)) {
-    why = "truncated local header";
-    return false;
+  const size_t extraAt = kLocalHeaderSize + nameLen;
+  if (extraAt + extraLen <= static_cast<size_t>(got)) {
+    out.extra.assign(reinterpret_cast<const char*>(head) + extraAt, extraLen);
+  } else {
+    out.extra.assign(extraLen, '\0');
+    if (readAt(at + extraAt, out.extra.data(), extraLen) != static_cast<ssize_t>(extraLen)) {
+      why = "truncated local header";
+      return false;
+    }
   }
-  out.dataOffset = at + sizeof head + nameLen + extraLen;
+  out.dataOffset = at + extraAt + extraLen;
   if (out.dataOffset > size_ || rec.compressedSize > size_ - out.dataOffset) {
     why = "the entry's data runs past the end of the archive";
     return false;

@@ -5,8 +5,11 @@
 #ifndef VELZIP_UNZIP_ARCHIVE_FILE_H
 #define VELZIP_UNZIP_ARCHIVE_FILE_H
 
+#include <minizip/ioapi.h>
+
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "frame/handles.h"
 #include "unzip/zip_record.h"
@@ -37,14 +40,35 @@ class ArchiveFile {
   bool readLocal(const ZipEntryRecord& rec, LocalEntry& out, std::string& why) const;
 
   // pread that retries on interruption and short counts; the bytes read.
+  // The central directory is answered from memory.
   ssize_t readAt(uint64_t offset, void* buf, size_t size) const;
 
+  // File functions through which the zip layer reads this same file: its
+  // walks of the central directory then cost no system call. Valid while
+  // this object is open; the layer may open one stream at a time.
+  zlib_filefunc64_def* zipFunctions();
+
  private:
+  // The zip layer's stream: a position in the file.
+  struct Cursor {
+    const ArchiveFile* file = nullptr;
+    uint64_t position = 0;
+    bool failed = false;
+  };
+
+  static uLong readCursor(voidpf opaque, voidpf stream, void* buf, uLong size);
+  static long seekCursor(voidpf opaque, voidpf stream, ZPOS64_T offset, int origin);
+
   bool locateDirectory();
+  void cacheDirectory(uint64_t from);
 
   UniqueFd fd_;
   uint64_t size_ = 0;
   uint64_t shift_ = 0;  // bytes in front of the archive (a self-extractor's stub)
+  uint64_t cacheStart_ = 0;
+  std::vector<uint8_t> cache_;  // the file from the central directory to its end
+  Cursor cursor_;
+  zlib_filefunc64_def functions_{};
 };
 
 }  // namespace velzip

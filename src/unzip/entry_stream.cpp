@@ -1,5 +1,6 @@
 #include "unzip/entry_stream.h"
 
+#include <libdeflate.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -113,7 +114,7 @@ ssize_t EntryStream::read(void* buf, size_t size) {
   if (room == 0) return error_.fail("the entry holds more bytes than its record says");
   for (size_t at = 0; at < static_cast<size_t>(n);) {
     const uInt chunk = static_cast<uInt>(std::min<size_t>(static_cast<size_t>(n) - at, UINT_MAX));
-    crc_ = static_cast<uint32_t>(crc32(crc_, out + at, chunk));
+    crc_ = libdeflate_crc32(crc_, out + at, chunk);
     at += chunk;
   }
   produced_ += static_cast<uint64_t>(n);

@@ -74,11 +74,11 @@ void ReaderCore::closeHandle() {
 
 bool ReaderCore::openZip(const char* zipPath) {
   closeHandle();
-  if (zipPath == nullptr) return false;
-  zip_ = unzOpen64(zipPath);
-  if (zip_ == nullptr) return false;
-  if (!archive_.open(zipPath)) {
-    closeHandle();
+  if (zipPath == nullptr || !archive_.open(zipPath)) return false;
+  // The zip layer walks the directory through the archive file's own reads.
+  zip_ = unzOpen2_64(zipPath, archive_.zipFunctions());
+  if (zip_ == nullptr) {
+    archive_.close();
     return false;
   }
   umask_ = currentUmask();
