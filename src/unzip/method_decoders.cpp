@@ -4,10 +4,12 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "frame/handles.h"
 #include "unzip/decoder_makers.h"
 #include "unzip/zip_record.h"
 
@@ -97,8 +99,8 @@ class WholeInflateDecoder : public ByteSource {
 
   ssize_t read(uint8_t* buf, size_t size) override {
     if (!inflated_ && !inflateAll()) return -1;
-    const size_t n = std::min(size, output_.size() - served_);
-    std::memcpy(buf, output_.data() + served_, n);
+    const size_t n = std::min(size, made_ - served_);
+    std::memcpy(buf, output_.get() + served_, n);
     served_ += n;
     return static_cast<ssize_t>(n);
   }
@@ -107,41 +109,46 @@ class WholeInflateDecoder : public ByteSource {
   bool inflateAll() {
     inflated_ = true;
     // One byte more than the record says tells stored data that runs on.
-    std::vector<uint8_t> packed(static_cast<size_t>(input_.packedSize) + 1);
-    const ssize_t got = readFully(in_, packed.data(), packed.size());
+    // Neither buffer is cleared first: both are written before they are read.
+    const size_t packedSize = static_cast<size_t>(input_.packedSize) + 1;
+    UniqueBuffer packed(static_cast<char*>(std::malloc(packedSize)));
+    const size_t outputSize = static_cast<size_t>(input_.size) + 1;
+    output_.reset(static_cast<char*>(std::malloc(outputSize)));
+    if (!packed || !output_) {
+      error_.fail("out of memory");
+      return false;
+    }
+    auto* in = reinterpret_cast<uint8_t*>(packed.get());
+    const ssize_t got = readFully(in_, in, packedSize);
     if (got < 0) return false;
     decompressor_ = libdeflate_alloc_decompressor();
     if (decompressor_ == nullptr) {
       error_.fail("out of memory");
       return false;
     }
-    // Room for one byte more than the record says, so that data which
-    // inflates to more is caught here as it would be by the size check.
-    output_.resize(static_cast<size_t>(input_.size) + 1);
-    size_t used = 0, made = 0;
-    const libdeflate_result rc =
-        libdeflate_deflate_decompress_ex(decompressor_, packed.data(), static_cast<size_t>(got),
-                                         output_.data(), output_.size(), &used, &made);
+    // The room for one byte more than the record says catches data that
+    // inflates to more, as the size check would.
+    size_t used = 0;
+    const libdeflate_result rc = libdeflate_deflate_decompress_ex(
+        decompressor_, in, static_cast<size_t>(got), output_.get(), outputSize, &used, &made_);
     if (rc == LIBDEFLATE_BAD_DATA) {
       // Cut short or damaged; zlib's reading of the same bytes says which.
-      error_.fail(endsEarly(packed, got) ? "the deflate data is cut short"
-                                         : "damaged deflate data");
+      error_.fail(endsEarly(in, got) ? "the deflate data is cut short" : "damaged deflate data");
       return false;
     }
     if (rc == LIBDEFLATE_INSUFFICIENT_SPACE) {
       error_.fail("the entry holds more bytes than its record says");
       return false;
     }
-    output_.resize(made);
     return true;
   }
 
   // Whether zlib would run out of input before the stream ends.
-  static bool endsEarly(const std::vector<uint8_t>& packed, ssize_t got) {
+  static bool endsEarly(const uint8_t* packed, ssize_t got) {
     z_stream z{};
     if (inflateInit2(&z, -MAX_WBITS) != Z_OK) return false;
     std::vector<uint8_t> sink(1 << 16);
-    z.next_in = const_cast<uint8_t*>(packed.data());
+    z.next_in = const_cast<uint8_t*>(packed);
     z.avail_in = static_cast<uInt>(got);
     int rc = Z_OK;
     while (rc == Z_OK) {
@@ -158,7 +165,8 @@ class WholeInflateDecoder : public ByteSource {
   StreamError& error_;
   libdeflate_decompressor* decompressor_ = nullptr;
   bool inflated_ = false;
-  std::vector<uint8_t> output_;
+  UniqueBuffer output_;
+  size_t made_ = 0;
   size_t served_ = 0;
 };
 
