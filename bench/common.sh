@@ -39,8 +39,13 @@ PY
 
 make_inputs
 tmp=$(mktemp -d /tmp/velzip-bench.XXXXXX)
-trap 'rm -rf "$tmp"' EXIT
-export build tmp TREE LARGE
+# Extracted trees go to memory (/dev/shm) where there is one: on disk, the
+# time is mostly the page cache's writeback of earlier runs, which no tool
+# controls and which varies by half from run to run.
+out_root=$tmp
+[ -d /dev/shm ] && [ -w /dev/shm ] && out_root=$(mktemp -d /dev/shm/velzip-bench.XXXXXX)
+trap 'rm -rf "$tmp" "$out_root"' EXIT
+export build tmp TREE LARGE out_root
 
 # seconds CMD...: wall time of one run, printed with 3 decimals.
 seconds() {
@@ -78,27 +83,27 @@ PY
 }
 
 # best COMMAND: "wall cpu" seconds of a shell command line, each the least of
-# three runs into a fresh $tmp/out (cpu = user + system of the command and its
+# three runs into a fresh $out_root/out (cpu = user + system of the command and its
 # children, steadier than wall time when the machine is shared).
 best() {
   local runs="" line
   for _ in 1 2 3; do
-    rm -rf "$tmp/out"
+    rm -rf "$out_root/out"
     line=$(/usr/bin/time -f '%e %U %S' sh -c "$1" 2>&1 >/dev/null | tail -1)
     case $line in [0-9]*) runs+="$line;" ;; *) echo "FAILED: $1" >&2; return 1 ;; esac
   done
-  rm -rf "$tmp/out"
+  rm -rf "$out_root/out"
   python3 -c "
 r = [list(map(float, x.split())) for x in '$runs'.split(';') if x]
 print(f'{min(a for a, _, _ in r):.3f} {min(u + s for _, u, s in r):.3f}')"
 }
 
-# restores_tree COMMAND: runs an extraction into $tmp/out once; stops the
+# restores_tree COMMAND: runs an extraction into $out_root/out once; stops the
 # benchmark unless it restored $TREE byte for byte.
 restores_tree() {
   sh -c "$1" >/dev/null
-  diff -r "$TREE" "$tmp/out" >/dev/null || { echo "FAILED: extracted tree differs" >&2; exit 1; }
-  rm -rf "$tmp/out"
+  diff -r "$TREE" "$out_root/out" >/dev/null || { echo "FAILED: extracted tree differs" >&2; exit 1; }
+  rm -rf "$out_root/out"
 }
 
 tree_files() { find "$TREE" -type f | wc -l; }

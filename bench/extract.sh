@@ -10,22 +10,22 @@ mkdir -p "$tmp/one" && cp "$LARGE" "$tmp/one/large"
 "$TOOL" -q compress "$tmp/one" "$tmp/large.vz"
 xz --format=raw --lzma2=preset=5,dict=16MiB -T1 -c "$LARGE" > "$tmp/large.xz"
 
-vx() { echo "'$TOOL' -q extract -j $1 '$2' '$tmp/out'"; }
+vx() { echo "'$TOOL' -q extract -j $1 '$2' '$out_root/out'"; }
 restores_tree "$(vx 2 "$tmp/tree.vz")"
 read -r v2w _ < <(best "$(vx 2 "$tmp/tree.vz")")
 read -r v1w _ < <(best "$(vx 1 "$tmp/tree.vz")")
-read -r sw _ < <(best "7zz x -y -o'$tmp/out' '$tmp/tree.7z.zip'")
+read -r sw _ < <(best "7zz x -y -o'$out_root/out' '$tmp/tree.7z.zip'")
 read -r vlw _ < <(best "$(vx 1 "$tmp/large.vz")")
-read -r xlw _ < <(best "mkdir -p '$tmp/out' && xz --format=raw --lzma2=dict=16MiB -d -c '$tmp/large.xz' > '$tmp/out/large'")
-mem=$(peak_kib "$TOOL" -q extract -j 1 "$tmp/large.vz" "$tmp/out")
-rm -rf "$tmp/out"
+read -r xlw _ < <(best "mkdir -p '$out_root/out' && xz --format=raw --lzma2=dict=16MiB -d -c '$tmp/large.xz' > '$out_root/out/large'")
+mem=$(peak_kib "$TOOL" -q extract -j 1 "$tmp/large.vz" "$out_root/out")
+rm -rf "$out_root/out"
 
 echo "== format-1 extraction: tree of $(tree_files) files; one 64 MB file (wall seconds) =="
 target_head ""
 target "tree, -j 2 vs 7zz x" "$v2w" "$sw" 0.60
 target "tree, -j 1 vs 7zz x" "$v1w" "$sw" 1.00
 if [ -n "$OLD_TOOL" ]; then
-  read -r ow _ < <(best "'$OLD_TOOL' -q extract '$tmp/tree.vz' '$tmp/out'")
+  read -r ow _ < <(best "'$OLD_TOOL' -q extract '$tmp/tree.vz' '$out_root/out'")
   target "tree, -j 1 vs the earlier velzip" "$v1w" "$ow" 1.05
 fi
 target "64 MB file vs xz -d" "$vlw" "$xlw" 1.05

@@ -2,6 +2,7 @@
 # Memory of extracting one format-1 file of 5 GiB: the payload is decoded
 # into the file in pieces, so memory must not grow with the file's size.
 . "$(dirname "$0")/common.sh"
+out_root=$tmp  # 5 GiB: on disk, not in memory
 size=$((5 * 1024 * 1024 * 1024))
 
 # Zeros with a fast preset: any LZMA2 stream with the format's property
