@@ -196,7 +196,7 @@ bool ZipWriter::addResourceFork(const char* entryName, const char* path) {
   struct stat st;
   if (lstat(path, &st) == 0 && S_ISLNK(st.st_mode)) return true;
 
-  // Metadata that cannot be read is simply not carried (design); metadata
+  // Metadata that cannot be read is simply not carried, as always; metadata
   // too large for a companion fails rather than going missing.
   AppleDoubleContents contents;
   if (appleDoubleCollect(path, contents) != 0) return true;

@@ -1,6 +1,6 @@
 // The one-call forms, each with its own writer and the default callback.
 // The archive is published when it is closed, also after a walk that failed
-// part-way (design); only a failure to write it leaves the path as it was.
+// part-way, as always; only a failure to write it leaves the path as it was.
 #include <zlib.h>
 
 #include <cstdio>

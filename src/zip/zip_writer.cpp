@@ -400,7 +400,7 @@ bool ZipWriter::addLink(const char* path, const char* storedName, const zip_file
   return true;
 }
 
-// Its failures are not the caller's (design); a failed write still spoils
+// Its failures are not the caller's, as always; a failed write still spoils
 // the archive.
 void ZipWriter::addDirectoryEntry(const char* entryName, const char* folderPath) {
   char name[kPathBufferSize];

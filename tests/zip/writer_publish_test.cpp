@@ -2,7 +2,7 @@
 // path and put it there only when it is closed: until then, and whenever the
 // archive cannot be written whole (a full disk, a killed process), whatever
 // stood at the path keeps its bytes and nothing else is left, beside it or in
-// /tmp. A walk that fails part-way still publishes what it wrote (design).
+// /tmp. A walk that fails part-way still publishes what it wrote, as it always did.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
