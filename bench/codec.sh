@@ -5,9 +5,14 @@ xz_enc() { xz --format=raw --lzma2=preset=5,dict=16MiB -T1 -c "$1" > "$2"; }
 xz_dec() { xz --format=raw --lzma2=dict=16MiB -d -c "$1" > /dev/null; }
 
 echo "== payload codec: 64 MB file =="
-read -r _ _ _ in _ out _ enc _ dec < <("$build/bench/bench_codec" "$LARGE")
-xe=$(seconds xz_enc "$LARGE" "$tmp/large.xz")
-xd=$(seconds xz_dec "$tmp/large.xz")
+# Two rounds, velzip and xz taking turns; the faster of each.
+least() { python3 -c "print(min(float(x) for x in '$*'.split()))"; }
+for round in 1 2; do
+  read -r _ _ _ in _ out _ enc[round] _ dec[round] < <("$build/bench/bench_codec" "$LARGE")
+  xe[round]=$(seconds xz_enc "$LARGE" "$tmp/large.xz")
+  xd[round]=$(seconds xz_dec "$tmp/large.xz")
+done
+enc=$(least "${enc[@]}") dec=$(least "${dec[@]}") xe=$(least "${xe[@]}") xd=$(least "${xd[@]}")
 xsize=$(stat -c %s "$tmp/large.xz")
 row "" "velzip" "xz" "ratio" ""
 row "encode seconds" "$enc" "$xe" "$(ratio "$enc" "$xe")" "(<=1.03x)"

@@ -61,41 +61,33 @@ peak_kib() {
   /usr/bin/time -f '%M' "$@" 2>&1 >/dev/null | tail -1
 }
 
-# cpu_wall CMD...: "cpu wall" seconds of one run (cpu = user + system).
-cpu_wall() {
-  /usr/bin/time -f '%U %S %e' "$@" 2>&1 >/dev/null | tail -1 |
-    awk '{ printf "%.2f %.2f\n", $1 + $2, $3 }'
-}
-
-# best_of_two A B: runs the shell functions A and B twice each, alternating;
-# prints "cpuA wallA cpuB wallB", each the faster of its two runs.
-best_of_two() {
-  export -f "$1" "$2"
-  local a1 b1 a2 b2
-  a1=$(cpu_wall bash -c "$1"); b1=$(cpu_wall bash -c "$2")
-  a2=$(cpu_wall bash -c "$1"); b2=$(cpu_wall bash -c "$2")
-  python3 - "$a1" "$a2" "$b1" "$b2" <<'PY'
-import sys
-a = min((tuple(map(float, r.split())) for r in sys.argv[1:3]))
-b = min((tuple(map(float, r.split())) for r in sys.argv[3:5]))
-print(f"{a[0]:.2f} {a[1]:.2f} {b[0]:.2f} {b[1]:.2f}")
-PY
-}
-
-# best COMMAND: "wall cpu" seconds of a shell command line, each the least of
-# three runs into a fresh $out_root/out (cpu = user + system of the command and its
-# children, steadier than wall time when the machine is shared).
+# best COMMAND...: for each shell command line, "wall cpu" seconds on a line
+# of its own, each the least of three runs into a fresh $out_root/out (cpu =
+# user + system of the command and its children). The commands take turns,
+# one run each per round, so a slow spell of a shared machine falls on all of
+# them rather than on whichever ran then.
 best() {
-  local runs="" line
+  local -a runs=()
+  local i line
   for _ in 1 2 3; do
-    rm -rf "$out_root/out"
-    line=$(/usr/bin/time -f '%e %U %S' sh -c "$1" 2>&1 >/dev/null | tail -1)
-    case $line in [0-9]*) runs+="$line;" ;; *) echo "FAILED: $1" >&2; return 1 ;; esac
+    for i in $(seq 0 $(($# - 1))); do
+      rm -rf "$out_root/out"
+      line=$(/usr/bin/time -f '%e %U %S' sh -c "${@:i+1:1}" 2>&1 >/dev/null | tail -1)
+      case $line in [0-9]*) runs[i]+="$line;" ;; *) echo "FAILED: ${@:i+1:1}" >&2; return 1 ;; esac
+    done
   done
   rm -rf "$out_root/out"
-  python3 -c "
-r = [list(map(float, x.split())) for x in '$runs'.split(';') if x]
+  for i in $(seq 0 $(($# - 1))); do
+    python3 -c "
+r = [list(map(float, x.split())) for x in '${runs[i]}'.split(';') if x]
 print(f'{min(a for a, _, _ in r):.3f} {min(u + s for _, u, s in r):.3f}')"
+  done
+}
+
+# walls COMMAND...: W[i] = the best wall seconds of the i-th command (see best).
+walls() {
+  mapfile -t W < <(best "$@" | cut -d' ' -f1)
+  [ "${#W[@]}" -eq $# ] || { echo "FAILED: a timed command" >&2; exit 1; }
 }
 
 # restores_tree COMMAND: runs an extraction into $out_root/out once; stops the

@@ -12,12 +12,9 @@ mkdir -p "$tmp/one" && cp "$LARGE" "$tmp/one/large"
 vl="rm -f '$tmp/large.zip'; '$TOOL' -q compress -j 1 '$tmp/one' '$tmp/large.zip'"
 xl="xz --format=raw --lzma2=preset=5,dict=16MiB -T1 -c '$LARGE' > '$tmp/large.xz'"
 
-read -r v2w _ < <(best "$(v1 2)")
-read -r v1w _ < <(best "$(v1 1)")
-read -r s1w _ < <(best "$s1")
-read -r snw _ < <(best "$sn")
-read -r vlw _ < <(best "$vl")
-read -r xlw _ < <(best "$xl")
+old="rm -f '$tmp/old.zip'; '$OLD_TOOL' -q compress '$TREE' '$tmp/old.zip'"
+walls "$(v1 2)" "$(v1 1)" "$s1" "$sn" "$vl" "$xl" ${OLD_TOOL:+"$old"}
+v2w=${W[0]} v1w=${W[1]} s1w=${W[2]} snw=${W[3]} vlw=${W[4]} xlw=${W[5]}
 sh -c "$(v1 2)" >/dev/null
 sh -c "$s1" >/dev/null
 vsize=$(stat -c %s "$tmp/tree.zip")
@@ -34,8 +31,7 @@ target "tree, -j 2 vs 7zz -mmt=1" "$v2w" "$s1w" 0.55
 target "tree, -j 2 vs 7zz (its default threads)" "$v2w" "$snw" 1.00
 target "tree, -j 1 vs 7zz -mmt=1" "$v1w" "$s1w" 1.05
 if [ -n "$OLD_TOOL" ]; then
-  read -r ow _ < <(best "rm -f '$tmp/old.zip'; '$OLD_TOOL' -q compress '$TREE' '$tmp/old.zip'")
-  target "tree, -j 1 vs the earlier velzip" "$v1w" "$ow" 1.05
+  target "tree, -j 1 vs the earlier velzip" "$v1w" "${W[6]}" 1.05
 fi
 target "tree archive bytes vs 7zz" "$vsize" "$ssize" 1.00
 target "64 MB file vs xz -T1" "$vlw" "$xlw" 1.03

@@ -7,15 +7,14 @@
 (cd "$TREE" && zip -q -r -y "$tmp/tree.zip" .)
 vx() { echo "'$TOOL' -q extract -f 0 -j $1 '$tmp/tree.zip' '$out_root/out'"; }
 restores_tree "$(vx 2)"
-read -r v2w _ < <(best "$(vx 2)")
-read -r v1w _ < <(best "$(vx 1)")
-read -r uw _ < <(best "unzip -q '$tmp/tree.zip' -d '$out_root/out'")
+old="'$OLD_TOOL' -q extract -f 0 '$tmp/tree.zip' '$out_root/out'"
+walls "$(vx 2)" "$(vx 1)" "unzip -q '$tmp/tree.zip' -d '$out_root/out'" ${OLD_TOOL:+"$old"}
+v2w=${W[0]} v1w=${W[1]} uw=${W[2]}
 
 echo "== format-0 extraction: tree of $(tree_files) files (wall seconds) =="
 target_head ""
 target "tree, -j 2 vs unzip -q" "$v2w" "$uw" 0.70
 target "tree, -j 1 vs unzip -q" "$v1w" "$uw" 1.00
 if [ -n "$OLD_TOOL" ]; then
-  read -r ow _ < <(best "'$OLD_TOOL' -q extract -f 0 '$tmp/tree.zip' '$out_root/out'")
-  target "tree, -j 1 vs the earlier velzip" "$v1w" "$ow" 1.05
+  target "tree, -j 1 vs the earlier velzip" "$v1w" "${W[3]}" 1.05
 fi

@@ -182,6 +182,22 @@ TEST(Lzma2Codec, InteroperatesWithXzRawStreams) {
   std::string decoded;
   EXPECT_EQ(decodePayload("\x18" + readFile(dir / "xzraw"), data.size(), decoded), 0);
   EXPECT_EQ(decoded, data);
+
+  // The same settings give the same bytes, with the whole 16 MiB dictionary
+  // (not liblzma's level-5 preset of 8 MiB): the input repeats its first
+  // 256 KiB 9 MiB further on.
+  const std::string head = sampleBytes(256 << 10, 5);
+  std::string large = head;
+  const std::string period = sampleBytes(4096, 6);
+  while (large.size() < (9u << 20)) large += period;
+  large += head;
+  const std::string largePayload = encodeBytes(dir, large);
+  ASSERT_EQ(run("xz --format=raw -T1 --lzma2=preset=5,dict=16MiB,lc=3,lp=0,pb=2,mode=normal,"
+                "nice=32,mf=bt4,depth=32 -c '" +
+                (dir / "in") + "' > '" + (dir / "xzlarge") + "'"),
+            0);
+  EXPECT_TRUE(largePayload.substr(1) == readFile(dir / "xzlarge"))
+      << "payload differs from xz's with the format's settings";
 }
 
 TEST(Lzma2Codec, WorkingDictionaryAndPropertyMapping) {
