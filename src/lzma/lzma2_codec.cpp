@@ -25,12 +25,9 @@ lzma_options_lzma encoderOptions(uint32_t dictSize, int level) {
   } else {
     lzma_lzma_preset(&opt, static_cast<uint32_t>(level));
   }
-  // From level 5 up the working dictionary is used whole, up to the 16 MiB
-  // the property byte announces (liblzma's presets 5 and 6 would stop at
-  // 8 MiB); lower levels keep their presets' smaller ones.
-  if (level < 0 || level >= kLzma2DefaultLevel || opt.dict_size > dictSize)
-    opt.dict_size = dictSize;
-  if (opt.dict_size < kLzma2MinDictSize) opt.dict_size = kLzma2MinDictSize;
+  // Every level uses the working dictionary whole, up to the 16 MiB the
+  // property byte announces, not its preset's (8 MiB at 5 and 6).
+  opt.dict_size = dictSize < kLzma2MinDictSize ? kLzma2MinDictSize : dictSize;
   opt.lc = 3;
   opt.lp = 0;
   opt.pb = 2;

@@ -25,9 +25,9 @@ uint64_t dictSizeFromProp(uint8_t prop);
 
 // Level-5 options: lc 3, lp 0, pb 2, normal mode, nice length 32, BT4, depth 32.
 // Another level (0 to 9) takes liblzma's preset of that number for the match
-// finder, nice length, depth and mode; lc, lp and pb stay. Levels 5 to 9 use
-// dictSize whole, lower ones their preset's dictionary when it is smaller,
-// so every payload keeps the property byte 24 and decodes in the same memory.
+// finder, nice length, depth and mode; lc, lp, pb and the dictionary (dictSize)
+// stay, so every payload keeps the property byte 24 and decodes in the same
+// memory.
 lzma_options_lzma encoderOptions(uint32_t dictSize, int level = kLzma2DefaultLevel);
 
 // LZMA SDK style result code for a liblzma result (1 data error, 2 memory,

@@ -22,8 +22,10 @@ constexpr size_t kMaxComment = 0xFFFF;
 // Directories larger than this are read from the file as the walk goes.
 constexpr uint64_t kMaxCachedDirectory = uint64_t{256} << 20;
 // What one read of a local header takes in: its fixed part and, usually,
-// its name and extra field too.
+// its name and extra field too; and an entry's data with it when the whole
+// fits in kLocalReadAhead, as most do.
 constexpr size_t kLocalHeadRead = 512;
+constexpr uint64_t kLocalReadAhead = 64 * 1024;
 
 }  // namespace
 
@@ -61,6 +63,10 @@ void ArchiveFile::cacheDirectory(uint64_t from) {
 
 ssize_t ArchiveFile::readAt(uint64_t offset, void* buf, size_t size) const {
   auto* p = static_cast<unsigned char*>(buf);
+  // Nothing lies past the end: a read that reaches it is not followed by
+  // another that returns 0.
+  if (offset >= size_) return 0;
+  size = static_cast<size_t>(std::min<uint64_t>(size, size_ - offset));
   if (!cache_.empty() && offset >= cacheStart_ && offset - cacheStart_ <= cache_.size()) {
     const uint64_t at = offset - cacheStart_;
     if (size <= cache_.size() - at) {
@@ -185,10 +191,18 @@ bool ArchiveFile::readCentral(uint64_t centralOffset, ZipEntryRecord& rec, std::
   return true;
 }
 
-bool ArchiveFile::readLocal(const ZipEntryRecord& rec, LocalEntry& out, std::string& why) const {
-  unsigned char head[kLocalHeadRead];
+bool ArchiveFile::readLocal(const ZipEntryRecord& rec, LocalEntry& out, std::string& why,
+                            bool withData) const {
+  // The local name and extra field usually repeat the central ones; a little
+  // more room covers a local extra field that is longer.
+  const uint64_t guess = kLocalHeaderSize + rec.name.size() + rec.extra.size() + 64;
+  const uint64_t whole = guess + rec.compressedSize;
+  std::vector<unsigned char> buffer(
+      withData && whole <= kLocalReadAhead ? static_cast<size_t>(whole) : kLocalHeadRead);
+  if (buffer.size() < kLocalHeadRead) buffer.resize(kLocalHeadRead);
+  unsigned char* head = buffer.data();
   const uint64_t at = shift_ + rec.localHeaderOffset;
-  const ssize_t got = rec.localHeaderOffset > size_ ? -1 : readAt(at, head, sizeof head);
+  const ssize_t got = rec.localHeaderOffset > size_ ? -1 : readAt(at, head, buffer.size());
   if (got < static_cast<ssize_t>(kLocalHeaderSize) || le32(head) != kLocalSignature) {
     why = "no local header where the central directory points";
     return false;
@@ -208,6 +222,13 @@ bool ArchiveFile::readLocal(const ZipEntryRecord& rec, LocalEntry& out, std::str
   if (out.dataOffset > size_ || rec.compressedSize > size_ - out.dataOffset) {
     why = "the entry's data runs past the end of the archive";
     return false;
+  }
+  const size_t dataAt = extraAt + extraLen;
+  out.data.clear();
+  if (dataAt <= static_cast<size_t>(got) &&
+      rec.compressedSize <= static_cast<size_t>(got) - dataAt) {
+    out.data.assign(reinterpret_cast<const char*>(head) + dataAt,
+                    static_cast<size_t>(rec.compressedSize));
   }
   return true;
 }

@@ -20,6 +20,7 @@ namespace velzip {
 struct LocalEntry {
   uint64_t dataOffset = 0;  // in the file
   std::string extra;        // the local extra field
+  std::string data;         // the entry's data when it was read with the header, else empty
 };
 
 class ArchiveFile {
@@ -36,8 +37,10 @@ class ArchiveFile {
   // the start of the archive, which need not be the start of the file).
   // False with a reason when it cannot be read or is damaged.
   bool readCentral(uint64_t centralOffset, ZipEntryRecord& rec, std::string& why) const;
-  // Checks rec's local header and finds its data, which must lie within the file.
-  bool readLocal(const ZipEntryRecord& rec, LocalEntry& out, std::string& why) const;
+  // Checks rec's local header and finds its data, which must lie within the
+  // file; withData also reads small data into out.data in the same call.
+  bool readLocal(const ZipEntryRecord& rec, LocalEntry& out, std::string& why,
+                 bool withData = false) const;
 
   // pread that retries on interruption and short counts; the bytes read.
   // The central directory is answered from memory.

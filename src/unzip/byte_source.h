@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 namespace velzip {
 
@@ -35,8 +36,11 @@ class ArchiveFile;
 // length bytes of the archive file from offset.
 class RangeSource : public ByteSource {
  public:
-  RangeSource(const ArchiveFile& file, uint64_t offset, uint64_t length, StreamError& error)
-      : file_(file), offset_(offset), left_(length), error_(error) {}
+  // ahead: the range's bytes when they were already read (all of them), or
+  // empty; the source then makes no system call.
+  RangeSource(const ArchiveFile& file, uint64_t offset, uint64_t length, StreamError& error,
+              std::string ahead = std::string())
+      : file_(file), offset_(offset), left_(length), error_(error), ahead_(std::move(ahead)) {}
   ssize_t read(uint8_t* buf, size_t size) override;
   uint64_t left() const { return left_; }
 
@@ -45,6 +49,7 @@ class RangeSource : public ByteSource {
   uint64_t offset_;
   uint64_t left_;
   StreamError& error_;
+  std::string ahead_;
 };
 
 // Fills buf completely from source unless it ends first: the count, or -1.

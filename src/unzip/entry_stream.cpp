@@ -60,8 +60,10 @@ bool EntryStream::open(const ArchiveFile& file, const ZipEntryRecord& rec, const
   const DataLayers layers = dataLayers(rec);
   const std::string refused = unreadableLayers(layers);
   if (!refused.empty()) return fail(OpenFailure::kUnsupported, refused);
-  if (!file.readLocal(rec, local_, error_.why)) return fail(OpenFailure::kDamaged, error_.why);
-  stored_ = std::make_unique<RangeSource>(file, local_.dataOffset, rec.compressedSize, error_);
+  if (!file.readLocal(rec, local_, error_.why, true))
+    return fail(OpenFailure::kDamaged, error_.why);
+  stored_ = std::make_unique<RangeSource>(file, local_.dataOffset, rec.compressedSize, error_,
+                                          std::move(local_.data));
   ByteSource* packed = stored_.get();
   uint64_t packedSize = rec.compressedSize;
   if (!openDecryption(rec, layers, password, packed, packedSize)) return false;

@@ -44,6 +44,8 @@ class EntryStream {
   // The local header's extra field (format 1 keeps the size text there).
   const std::string& localExtra() const { return local_.extra; }
   uint64_t produced() const { return produced_; }
+  // How many bytes read() yields in all (the entry's uncompressed size).
+  uint64_t size() const { return expectedSize_; }
 
  private:
   bool fail(OpenFailure failure, const std::string& why);

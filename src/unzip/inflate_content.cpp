@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <memory>
 
 #include "unzip/content.h"
@@ -10,11 +11,13 @@ constexpr size_t kChunk = 65536;
 }  // namespace
 
 ContentOutcome copyContent(EntryStream& in, ContentTarget& out) {
-  // On the heap: readers run on host threads with unknown stack sizes.
-  const auto chunk = std::make_unique<uint8_t[]>(kChunk);
+  // On the heap: readers run on host threads with unknown stack sizes. No
+  // larger than the entry: most are small.
+  const size_t size = static_cast<size_t>(std::min<uint64_t>(kChunk, in.size() + 1));
+  const auto chunk = std::make_unique<uint8_t[]>(size);
   using Result = ContentOutcome::Result;
   for (;;) {
-    const ssize_t got = in.read(chunk.get(), kChunk);
+    const ssize_t got = in.read(chunk.get(), size);
     if (got == 0) return {};
     if (got < 0) return ContentOutcome::failed(Result::kFailed, in.why());
     std::string why;

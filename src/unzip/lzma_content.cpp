@@ -60,8 +60,12 @@ ContentOutcome decodeLzmaContent(EntryStream& in, ContentTarget& out) {
                                   got < 0 ? in.why() : "the payload has no property byte");
   }
 
-  const auto input = std::make_unique<uint8_t[]>(kReadChunk);
-  const auto output = std::make_unique<uint8_t[]>(kWriteChunk);
+  // Buffers no larger than the entry needs: most are small, and a fresh
+  // megabyte per file cost more than decoding it.
+  const size_t readChunk = static_cast<size_t>(std::min<uint64_t>(kReadChunk, in.size() + 1));
+  const size_t writeChunk = static_cast<size_t>(std::min<uint64_t>(kWriteChunk, size + 1));
+  const auto input = std::make_unique<uint8_t[]>(readChunk);
+  const auto output = std::make_unique<uint8_t[]>(writeChunk);
   const uint64_t announced = dictSizeFromProp(prop);
   if (announced == 0) return ContentOutcome::failed(Result::kFailed, "invalid LZMA2 property byte");
   RawDecoder decoder;
@@ -75,7 +79,7 @@ ContentOutcome decodeLzmaContent(EntryStream& in, ContentTarget& out) {
   uint64_t produced = 0;
   bool ended = false;
   for (;;) {
-    const ssize_t n = in.read(input.get(), kReadChunk);
+    const ssize_t n = in.read(input.get(), readChunk);
     if (n < 0) return ContentOutcome::failed(Result::kFailed, in.why());
     if (n == 0) break;
     if (ended) return ContentOutcome::failed(Result::kFailed, "data after the payload's end");
@@ -85,9 +89,9 @@ ContentOutcome decodeLzmaContent(EntryStream& in, ContentTarget& out) {
     // Until the chunk is used up and the decoder holds nothing back.
     do {
       strm->next_out = output.get();
-      strm->avail_out = kWriteChunk;
+      strm->avail_out = writeChunk;
       const lzma_ret ret = lzma_code(strm, LZMA_RUN);
-      const size_t made = kWriteChunk - strm->avail_out;
+      const size_t made = writeChunk - strm->avail_out;
       produced += made;
       // Checked first: a size text that is too small also starves the
       // decoder of history, which then looks like damage.

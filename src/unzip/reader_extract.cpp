@@ -102,11 +102,24 @@ bool ReaderCore::unzipFile(int index, const char* destFolder, bool junkPaths, un
   return unzipFile(destFolder, junkPaths, mode);
 }
 
-bool ReaderCore::openDestination(const char* folder) {
+namespace {
+
+std::string withoutTrailingSlashes(const char* folder) {
   std::string path = folder;
   while (path.size() > 1 && path.back() == '/') path.pop_back();
-  if (dest_.isOpen() && dest_.path() == path) return true;
-  return dest_.open(path, [this](const std::string& p, int attempt, int err, bool final) {
+  return path;
+}
+
+}  // namespace
+
+bool ReaderCore::destinationIs(const char* folder) const {
+  return dest_.isOpen() && dest_.path() == withoutTrailingSlashes(folder);
+}
+
+bool ReaderCore::openDestination(const char* folder) {
+  if (destinationIs(folder)) return true;
+  return dest_.open(withoutTrailingSlashes(folder), [this](const std::string& p, int attempt,
+                                                           int err, bool final) {
     const std::string text = errorText(err);
     if (final) {
       log(kLogLevelWarning, "Failed to create directory after %d retry attempts: %s with code %s",
@@ -120,7 +133,9 @@ bool ReaderCore::openDestination(const char* folder) {
 bool ReaderCore::unzipFile(const char* destFolder, bool junkPaths, unsigned long mode) {
   if (zip_ == nullptr) return false;
   const char* folder = destFolder != nullptr ? destFolder : outputFolder_;
-  if (!createFolder(folder) || !openDestination(folder)) {
+  // Within a whole archive the destination is open already, by descriptor.
+  const bool open = wholeArchive_ && destinationIs(folder);
+  if (!open && (!createFolder(folder) || !openDestination(folder))) {
     log(kLogLevelError, "Failed to create destinationFolder '%s'.  %s", folder,
         errorText(errno).c_str());
     return false;
