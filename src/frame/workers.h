@@ -46,6 +46,23 @@ class Workers {
     std::unique_lock<std::mutex> lock(mutex_);
     done_.wait(lock, [&] { return job.done; });
   }
+  // Waits for job, running queued jobs on the calling thread meanwhile (as
+  // worker number `self`): the caller works instead of sleeping. canRun
+  // (called under the lock) may refuse the next queued job, e.g. one that
+  // would wait for something only the caller can free.
+  template <class CanRun>
+  void helpUntil(const Job& job, unsigned self, CanRun canRun) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    while (!job.done && !queue_.empty() && canRun(*queue_.front())) {
+      Job* next = queue_.front();
+      queue_.pop_front();
+      lock.unlock();
+      run_(*next, self);
+      lock.lock();
+      next->done = true;
+    }
+    done_.wait(lock, [&] { return job.done; });
+  }
 
  private:
   void loop(unsigned worker) {

@@ -4,8 +4,8 @@
 // would, and publishes each file at its turn. The workers exist only for
 // the length of one unzipTo.
 #include <atomic>
+#include <deque>
 #include <memory>
-#include <vector>
 
 #include "frame/workers.h"
 #include "unzip/reader_core.h"
@@ -25,17 +25,17 @@ struct Job {
 }  // namespace
 
 bool ReaderCore::extractInParallel(const char* destFolder, bool junkPaths, unsigned long mode) {
-  std::vector<Entry> entries;
-  do {
-    entries.emplace_back();
-    planEntry(destFolder, junkPaths, mode, entries.back());
-  } while (gotoNextFile(nullptr));
-
-  std::vector<std::unique_ptr<Job>> jobs(entries.size());
+  // Entries are planned as the window ahead reaches them, so that the
+  // workers start on the first files at once.
+  std::deque<Entry> entries;
+  std::deque<std::unique_ptr<Job>> jobs;
+  bool morePlanned = true;
   std::atomic<bool> cancelled{false};
   const char* password = password_;
   const ContentWriter writer = traits_.writeContent;
-  Workers<Job> workers(threads_, [&](Job& job, unsigned) {
+  // The caller's thread is one of the threads: it decodes files ahead too
+  // while its next one is not ready.
+  Workers<Job> workers(threads_ - 1, [&](Job& job, unsigned) {
     const DataReporter hold = [&](uint64_t bytes) {
       job.work.reports.push_back(bytes);
       return !cancelled.load(std::memory_order_relaxed);
@@ -47,16 +47,18 @@ bool ReaderCore::extractInParallel(const char* destFolder, bool junkPaths, unsig
   // folders are made only at the file's turn, as on one thread, and a
   // rename within one file system may cross folders.
   const size_t ahead = threads_ * kAheadPerThread;
-  size_t next = 0;
-  auto submitUpTo = [&](size_t end) {
-    for (; next < entries.size() && next < end; ++next) {
-      const Entry& e = entries[next];
-      jobs[next] = std::make_unique<Job>();
+  auto planAhead = [&] {
+    while (morePlanned && entries.size() < ahead) {
+      entries.emplace_back();
+      Entry& e = entries.back();
+      planEntry(destFolder, junkPaths, mode, e);
+      morePlanned = gotoNextFile(nullptr);
+      jobs.push_back(std::make_unique<Job>());
       if (e.leftOut || !e.refusal.empty() || e.type != EntryType::kFile || e.strayCompanion ||
           e.rel.empty()) {
         continue;
       }
-      Job& job = *jobs[next];
+      Job& job = *jobs.back();
       job.submitted = true;
       fillWork(e, job.work);
       const size_t slash = e.rel.rfind('/');
@@ -67,16 +69,16 @@ bool ReaderCore::extractInParallel(const char* destFolder, bool junkPaths, unsig
   };
 
   bool ok = true;
-  for (size_t i = 0; ok && i < entries.size(); ++i) {
-    submitUpTo(i + ahead);
-    Job& job = *jobs[i];
+  for (planAhead(); ok && !entries.empty(); planAhead()) {
+    Job& job = *jobs.front();
     if (job.submitted) {
-      workers.waitFor(job);
-      ok = extractFile(entries[i], &job.work);
+      workers.helpUntil(job, threads_ - 1, [](const Job&) { return true; });
+      ok = extractFile(entries.front(), &job.work);
     } else {
-      ok = extractPlanned(entries[i]);
+      ok = extractPlanned(entries.front());
     }
-    jobs[i].reset();
+    entries.pop_front();
+    jobs.pop_front();
   }
   // Work decoded ahead of a failure or an abort is dropped unpublished.
   cancelled = true;

@@ -47,6 +47,16 @@ class MemoryBudget {
     held_ += bytes;
     return true;
   }
+  // acquire without the wait: false unless ticket's turn has come and its
+  // bytes are free now.
+  bool tryAcquire(uint64_t ticket, uint64_t bytes) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (ticket != next_ || (bytes > free_ && held_ != 0)) return false;
+    ++next_;
+    free_ -= std::min(bytes, free_);
+    held_ += bytes;
+    return true;
+  }
   void release(uint64_t bytes, uint64_t total) {
     {
       std::lock_guard<std::mutex> lock(mutex_);
@@ -103,7 +113,7 @@ bool ZipWriter::addFolderAhead(const char* path, bool flatten, bool addRootFolde
   std::vector<std::unique_ptr<AheadJob>> jobs(steps.size());
   const int spillFolder = output_.folder();
   const auto prepare = [&](AheadJob& job, unsigned worker) {
-    if (!budget.acquire(job.ticket, job.cost, cancelled)) return;
+    if (!job.granted && !budget.acquire(job.ticket, job.cost, cancelled)) return;
     job.granted = true;
     job.fd.reset(::open(job.path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     struct stat st;
@@ -125,7 +135,13 @@ bool ZipWriter::addFolderAhead(const char* path, bool flatten, bool addRootFolde
 
   bool ok = true;
   {
-    Workers<AheadJob> workers(threads_, prepare);
+    // The caller's thread is one of the threads: while its next file is not
+    // ready it prepares others, but only those whose memory is free now, as
+    // it alone gives memory back.
+    Workers<AheadJob> workers(threads_ - 1, prepare);
+    const auto canPrepareHere = [&](AheadJob& job) {
+      return job.granted = budget.tryAcquire(job.ticket, job.cost);
+    };
     // Memory held by a job goes back once its step has run.
     const auto finish = [&](size_t i) {
       if (jobs[i] && jobs[i]->granted) budget.release(jobs[i]->cost, total);
@@ -147,7 +163,7 @@ bool ZipWriter::addFolderAhead(const char* path, bool flatten, bool addRootFolde
         ++inFlight;
       }
       if (jobs[i]) {
-        workers.waitFor(*jobs[i]);
+        workers.helpUntil(*jobs[i], threads_ - 1, canPrepareHere);
         --inFlight;
         ahead_ = jobs[i].get();
       }
