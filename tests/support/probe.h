@@ -13,6 +13,8 @@
 #include <functional>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "support/temp_dir.h"
 
@@ -84,6 +86,15 @@ inline std::string noiseBytes(size_t size, unsigned seed) {
     c = static_cast<char>(x >> 24);
   }
   return out;
+}
+
+// Files of every kind a method treats differently: several blocks of text,
+// a few words, nothing, noise that stays stored.
+inline std::vector<std::pair<std::string, std::string>> mixedFiles() {
+  return {{"a_multi.txt", sampleBytes(300000, 5)},
+          {"b_small.txt", "a few words of plain text\n"},
+          {"c_empty.txt", ""},
+          {"d_noise.bin", noiseBytes(150000, 8)}};
 }
 
 }  // namespace velzip_test

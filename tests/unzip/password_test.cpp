@@ -70,11 +70,7 @@ class Passwords : public ::testing::Test {
 
   TempDir t_;
   const std::string src_ = t_ / "src";
-  const std::vector<std::pair<std::string, std::string>> files_ = {
-      {"a_multi.txt", sampleBytes(300000, 5)},
-      {"b_small.txt", "a few words of plain text\n"},
-      {"c_empty.txt", ""},
-      {"d_noise.bin", noiseBytes(150000, 8)}};
+  const std::vector<std::pair<std::string, std::string>> files_ = velzip_test::mixedFiles();
 };
 
 TEST_F(Passwords, EveryWriterExtractsByteExact) {
