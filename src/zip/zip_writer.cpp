@@ -391,8 +391,9 @@ bool ZipWriter::addLink(const char* path, const char* storedName, const zip_file
   const ssize_t len = readlink(path, target, kLinkTargetSize);
   if (len < 0) return fail(failureText("cannot read the link", path, errno));
   if (len == 0) return fail(std::string("cannot add the link ") + path + ": its target is empty");
-  if (openEntry(storedName, zi, std::string(), times, false, format_.method,
-                modeFor(format_.method)) != ZIP_OK)
+  // Level 0 stores, links too.
+  const int method = tools_.level == 0 ? 0 : format_.method;
+  if (openEntry(storedName, zi, std::string(), times, false, method, modeFor(method)) != ZIP_OK)
     return failWrite();
   const int err = writeEntry(target, static_cast<unsigned>(len));
   const int closed = closeEntry(false);

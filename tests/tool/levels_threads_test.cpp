@@ -51,9 +51,10 @@ TEST(ToolLevels, NineIsSmallerThanZeroAndTheDefaultsAreSixAndFive) {
       EXPECT_EQ(describe(root, false), describe(t / "tree", false)) << level;
     }
   }
-  // Format 0 at -0 stores file contents, as any zip tool sees.
+  // Format 0 at -0 stores file contents and link targets, as any zip tool sees.
+  ASSERT_EQ(symlink("text.txt", (t / "tree/link").c_str()), 0);
   compressed(t, "stored.zip", {"-f", "0", "-0"});
-  for (const char* file : {"text.txt", "doc0.txt"}) {
+  for (const char* file : {"text.txt", "doc0.txt", "link"}) {
     EXPECT_EQ(
         runQuietly("unzip -v " + t / "stored.zip" + " | grep -q 'Stored.*tree/" + file + "$'"), 0)
         << file;
