@@ -42,9 +42,7 @@ class MemoryBudget {
       return cancelled.load() || (ticket == next_ && (bytes <= free_ || held_ == 0));
     });
     if (cancelled.load()) return false;
-    ++next_;
-    free_ -= std::min(bytes, free_);
-    held_ += bytes;
+    grant(bytes);
     return true;
   }
   // acquire without the wait: false unless ticket's turn has come and its
@@ -52,9 +50,7 @@ class MemoryBudget {
   bool tryAcquire(uint64_t ticket, uint64_t bytes) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (ticket != next_ || (bytes > free_ && held_ != 0)) return false;
-    ++next_;
-    free_ -= std::min(bytes, free_);
-    held_ += bytes;
+    grant(bytes);
     return true;
   }
   void release(uint64_t bytes, uint64_t total) {
@@ -68,6 +64,13 @@ class MemoryBudget {
   void wake() { changed_.notify_all(); }
 
  private:
+  // Under the lock: the next ticket's bytes are taken.
+  void grant(uint64_t bytes) {
+    ++next_;
+    free_ -= std::min(bytes, free_);
+    held_ += bytes;
+  }
+
   std::mutex mutex_;
   std::condition_variable changed_;
   uint64_t next_ = 0;
