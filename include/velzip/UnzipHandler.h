@@ -50,10 +50,10 @@ class VELZIP_API UnzipHandler {
   // Restore set-user-ID and set-group-ID bits from the archive (default
   // false: only the permission bits and the sticky bit are applied).
   void setKeepSetIdBits(bool keep);
-  // Threads that decode files ahead during unzipTo (default 1: everything on
-  // the caller's thread). The callback is still called only on the caller's
-  // thread, with the same states, names and values in the same order; no
-  // thread outlives the call.
+  // Threads that decode files ahead during unzipTo, the caller's among them
+  // (default 1: everything on the caller's thread). The callback is still called only on the
+  // caller's thread, with the same states, names and values in the same order; no thread outlives
+  // the call.
   void setThreadCount(unsigned threads);
   // Which entries extraction takes (see UZ_EntryFilter); null, the default,
   // takes them all.

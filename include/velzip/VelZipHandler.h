@@ -92,7 +92,8 @@ class VELZIP_API VelZipHandler {
   void setCompressionLevel(int level);
   // Which files addFolderToZip gives a metadata companion (default: none).
   void setCompanionPolicy(CompanionPolicy policy);
-  // Threads that encode the next files of addFolderToZip ahead (default 1).
+  // Threads that encode the next files of addFolderToZip ahead, the
+  // caller's among them (default 1).
   // The callback still runs on the caller's thread only, with the same
   // states, names and values in the same order, and the archive is the same
   // byte for byte; no thread outlives the call.

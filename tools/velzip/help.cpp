@@ -72,7 +72,7 @@ const char kHelpText[] =
     "                       an entry of the same name\n"
     "  -k, --keep-existing  (extract) leave whatever already stands in DEST as it is\n"
     "                       (content, mode, time, attributes); extract only the rest\n"
-    "  -j, --threads N      (compress, extract, test) worker threads; default: the\n"
+    "  -j, --threads N      (compress, extract, test) threads to use; default: the\n"
     "                       number of online processors. -j 1 does everything on one\n"
     "                       thread; the archive is the same byte for byte either way.\n"
     "      --no-xattrs      compress: give no file a metadata companion; extract:\n"
