@@ -155,6 +155,32 @@ inline bool extract(int format, const std::string& zip, const std::string& dest,
   });
 }
 
+// The line a reader logs when an entry cannot be opened, before its reason.
+inline const char kOpenFailure[] = "Failed to unzOpenCurrentFilePassword: ";
+
+// zip holds one entry "f" that cannot be read: each reader, extracting into
+// outPrefix + a number counted by n, must refuse it before writing anything
+// with the one line that says why; describe then gets its description.
+template <class Describe>
+void expectRefusedAtOpen(const std::string& zip, const std::string& outPrefix, int& n,
+                         const char* password, const std::string& why, Describe describe) {
+  LogCapture logs;
+  for (int format : {0, 1}) {
+    const std::string out = outPrefix + std::to_string(n++);
+    capturedLines().clear();
+    EXPECT_FALSE(extract(format, zip, out, nullptr, password));
+    EXPECT_FALSE(exists(out + "/f"));
+    EXPECT_EQ(logs.texts(),
+              std::vector<std::string>{"50 " + std::string(kOpenFailure) + out + "/f: " + why});
+    withReader(format, zip, [&](auto& r) {
+      UZ_EntryInfo info;
+      ASSERT_TRUE(r.gotoFile(0) && r.getEntryInfo(info));
+      EXPECT_EQ(info.unreadable, why);
+      describe(info);
+    });
+  }
+}
+
 }  // namespace velzip_test
 
 #endif  // VELZIP_TESTS_UNZIP_FIXTURES_H

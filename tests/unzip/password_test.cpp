@@ -8,7 +8,6 @@ using namespace velzip_test;
 namespace {
 
 const char kPassword[] = "pa55 word";
-const char kOpenFailure[] = "Failed to unzOpenCurrentFilePassword: ";
 
 // How EntryStream fares on the first entry: whether it opened, the last
 // read's result and the reason it gave.
