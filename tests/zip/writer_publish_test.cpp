@@ -27,7 +27,14 @@ namespace {
 template <class F>
 class Publishing : public ::testing::Test {
  protected:
+  // A source folder and an output folder, both empty.
+  void SetUp() override {
+    ASSERT_EQ(0, mkdir(src.c_str(), 0755));
+    ASSERT_EQ(0, mkdir(out.c_str(), 0755));
+  }
+
   TempDir tmp;
+  const std::string src = tmp / "src", out = tmp / "out";
 };
 TYPED_TEST_SUITE(Publishing, Formats);
 
@@ -39,10 +46,7 @@ std::string contentOrNone(const std::string& path) {
 
 TYPED_TEST(Publishing, ArchiveAppearsOnlyWhenClosed) {
   using Handler = typename TypeParam::Handler;
-  const TempDir& tmp = this->tmp;
-  const std::string src = tmp / "src", out = tmp / "out", archive = out + "/a.zip";
-  ASSERT_EQ(0, mkdir(src.c_str(), 0755));
-  ASSERT_EQ(0, mkdir(out.c_str(), 0755));
+  const std::string &src = this->src, &out = this->out, archive = out + "/a.zip";
   writeFile(src + "/f", sampleBytes(100000, 1));
   writeFile(src + "/g", "g");
   const size_t entries = TypeParam::zero ? 4 : 2;  // format 0: a companion after each file
@@ -125,10 +129,7 @@ TYPED_TEST(Publishing, AppendKeepsTheOldBytesInFront) {
 
 TYPED_TEST(Publishing, FullDiskKeepsTheOldArchive) {
   using Handler = typename TypeParam::Handler;
-  const TempDir& tmp = this->tmp;
-  const std::string src = tmp / "src", out = tmp / "out", archive = out + "/old.zip";
-  ASSERT_EQ(0, mkdir(src.c_str(), 0755));
-  ASSERT_EQ(0, mkdir(out.c_str(), 0755));
+  const std::string &src = this->src, &out = this->out, archive = out + "/old.zip";
   SmallDisk disk(out, 1024);
   if (!disk.mounted()) GTEST_SKIP() << "a tmpfs cannot be mounted here";
   // Out of room in the archive, or (format 1) already while a payload
@@ -191,10 +192,7 @@ struct Killer {
 
 TYPED_TEST(Publishing, KilledMidWayLeavesNothing) {
   using Handler = typename TypeParam::Handler;
-  const TempDir& tmp = this->tmp;
-  const std::string src = tmp / "src", out = tmp / "out", archive = out + "/old.zip";
-  ASSERT_EQ(0, mkdir(src.c_str(), 0755));
-  ASSERT_EQ(0, mkdir(out.c_str(), 0755));
+  const std::string &src = this->src, &out = this->out, archive = out + "/old.zip";
   for (const char* name : {"a", "b", "c", "d"}) writeFile(src + "/" + name, sampleBytes(3000, 4));
   writeFile(src + "/big", noiseBytes(6 << 20, 5));  // beyond the memory cap
   for (const int atStart : {3, 0}) {
@@ -254,7 +252,7 @@ TYPED_TEST(Publishing, FailingWalkStillPublishesWhatItWrote) {
   const bool zero = TypeParam::zero;
   const TempDir& tmp = this->tmp;
   ASSERT_EQ(0, chmod(tmp.path().c_str(), 0755));  // others may enter
-  const std::string src = tmp / "src", out = tmp / "out", archive = out + "/old.zip";
+  const std::string &src = this->src, &out = this->out, archive = out + "/old.zip";
   enum class Fault { kFifo, kUnreadable, kStopped, kCInterface };
   const struct {
     Fault fault;
