@@ -58,13 +58,16 @@ bool ReaderCore::extractInParallel(const char* destFolder, bool junkPaths, unsig
           e.rel.empty()) {
         continue;
       }
+      // A folder on the way that cannot be opened leaves the file to its
+      // turn, which reports why.
       Job& job = *jobs.back();
-      job.submitted = true;
       fillWork(e, job.work);
       const size_t slash = e.rel.rfind('/');
       job.work.dir =
           dest_.deepestExisting(slash == std::string::npos ? "" : e.rel.substr(0, slash));
-      if (job.work.dir) workers.submit(job);
+      if (!job.work.dir) continue;
+      job.submitted = true;
+      workers.submit(job);
     }
   };
 

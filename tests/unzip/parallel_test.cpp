@@ -1,6 +1,7 @@
 // Extraction with worker threads must look, to the callback and on disk,
 // exactly like extraction on one thread.
 #include <dirent.h>
+#include <sys/stat.h>
 #include <sys/xattr.h>
 
 #include "platform/apple_double.h"
@@ -92,5 +93,26 @@ TEST(ParallelExtraction, SameTreeAndSameCallbacksAsOneThread) {
       EXPECT_EQ(calls[0], calls[1]);
       EXPECT_EQ(trees[0], trees[1]) << "nothing decoded ahead of an abort is left";
     }
+
+    // A file already standing where a folder of the archive goes: that
+    // entry fails at its turn, the rest go on, and nothing waits for it.
+    const std::string blocked = zip + ".blocked";
+    {
+      ZipBuilder b(blocked, format);
+      b.add({{"d/x", "x"}, {"e", "e"}});
+    }
+    std::string trees[2];
+    for (unsigned threads : {1u, 2u}) {
+      const std::string out = blocked + std::to_string(threads);
+      ASSERT_EQ(0, mkdir(out.c_str(), 0755));
+      writeFile(out + "/d", "a file");
+      LogCapture logs;
+      EXPECT_FALSE(withReader(format, blocked, [&](auto& r) {
+        r.setThreadCount(threads);
+        return r.unzipTo(out.c_str(), false, kKeep);
+      }));
+      trees[threads - 1] = treeListing(out);
+    }
+    EXPECT_EQ(trees[0], trees[1]);
   }
 }
