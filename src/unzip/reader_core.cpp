@@ -145,9 +145,18 @@ bool ReaderCore::gotoNextFile(const char* extension) {
 
 bool ReaderCore::positionOn(int index) {
   if (index < 0 || zip_ == nullptr) return false;
-  if (static_cast<unsigned long>(index) >= getFileCount()) return false;
-  if (unzGoToFirstFile(zip_) != UNZ_OK) return false;
-  for (int i = 0; i < index; ++i) {
+  const auto target = static_cast<unsigned long>(index);
+  if (target >= getFileCount()) return false;
+  // Forward from where the walk stands: visiting every entry in turn by
+  // index then reads each central record once, not from the start each time.
+  unz64_file_pos pos;
+  unsigned long at = 0;
+  if (unzGetFilePos64(zip_, &pos) == UNZ_OK && pos.num_of_file <= target) {
+    at = static_cast<unsigned long>(pos.num_of_file);
+  } else if (unzGoToFirstFile(zip_) != UNZ_OK) {
+    return false;
+  }
+  for (; at < target; ++at) {
     if (unzGoToNextFile(zip_) != UNZ_OK) return false;
   }
   return true;
