@@ -42,10 +42,6 @@ class Workers {
     }
     wake_.notify_one();
   }
-  void waitFor(const Job& job) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    done_.wait(lock, [&] { return job.done; });
-  }
   // Waits for job, running queued jobs on the calling thread meanwhile (as
   // worker number `self`): the caller works instead of sleeping. canRun
   // (called under the lock) may refuse the next queued job, e.g. one that

@@ -61,7 +61,11 @@ class MemoryBudget {
     }
     changed_.notify_all();
   }
-  void wake() { changed_.notify_all(); }
+  // The lock orders the waiter's check of cancelled before this notice.
+  void wake() {
+    { std::lock_guard<std::mutex> lock(mutex_); }
+    changed_.notify_all();
+  }
 
  private:
   // Under the lock: the next ticket's bytes are taken.
@@ -133,6 +137,9 @@ bool ZipWriter::addFolderAhead(const char* path, bool flatten, bool addRootFolde
     ContentTools& mine = *tools[worker];
     job.prepared = format_.prepareContent(*job.source, mine, job.content);
     if (!job.prepared) job.prepareError = errno;
+    // Content held in memory or a spill file no longer needs its source:
+    // files waiting their turn hold no descriptor.
+    if (job.content.kind != EntryContent::Kind::kStreamed) job.fd.reset();
     if (job.cost > kKeepToolsBelow) mine.release();
   };
 

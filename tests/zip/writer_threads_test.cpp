@@ -1,8 +1,10 @@
 // A folder walk with worker threads must give the same archive, byte for
 // byte, and tell the callback the same things in the same order as one
 // thread; abandoned work leaves nothing behind.
+#include <sys/resource.h>
 #include <sys/xattr.h>
 
+#include "support/child.h"
 #include "support/probe.h"
 #include "support/progress_recorder.h"
 #include "zip/writer_support.h"
@@ -96,4 +98,23 @@ TYPED_TEST(WriterThreads, SameArchiveAndSameCallbacksAsOneThread) {
         << "nothing staged is left";
   }
   EXPECT_TRUE(leftoverTempFiles(before).empty());
+}
+
+// Files prepared ahead and waiting their turn hold no descriptor: many
+// threads over many small files stay within a small descriptor limit.
+TYPED_TEST(WriterThreads, FilesWaitingTheirTurnHoldNoDescriptor) {
+  using Handler = typename TypeParam::Handler;
+  const TempDir& tmp = this->tmp;
+  const std::string top = tmp / "many";
+  ASSERT_EQ(0, mkdir(top.c_str(), 0755));
+  for (int i = 0; i < 300; ++i) writeFile(top + "/f" + std::to_string(i), sampleBytes(500, i));
+  const ChildEnd end = runInChild([&] {
+    const rlimit few{64, 64};
+    if (setrlimit(RLIMIT_NOFILE, &few) != 0) return std::string("no limit");
+    Handler zip((tmp / "many.zip").c_str(), (tmp.path() + "/").c_str(), false);
+    zip.setThreadCount(8);
+    const bool added = zip.addFolderToZip(top.c_str(), false, false);
+    return std::string(added && zip.closeZip() ? "ok" : zip.lastError());
+  });
+  EXPECT_EQ(end.text, "ok");
 }
