@@ -140,7 +140,6 @@ class ReaderCore {
   bool fillInfo(UZ_FileInfo& info, uint64_t* fullUncompressedSize);
 
   bool openDestination(const char* folder);
-  bool destinationIs(const char* folder) const;
   bool planEntry(const char* folder, bool junkPaths, unsigned long mode, Entry& entry);
   bool extractPlanned(const Entry& entry);
   bool openEntryLogged(const Entry& entry, EntryStream& in);

@@ -102,24 +102,11 @@ bool ReaderCore::unzipFile(int index, const char* destFolder, bool junkPaths, un
   return unzipFile(destFolder, junkPaths, mode);
 }
 
-namespace {
-
-std::string withoutTrailingSlashes(const char* folder) {
+bool ReaderCore::openDestination(const char* folder) {
   std::string path = folder;
   while (path.size() > 1 && path.back() == '/') path.pop_back();
-  return path;
-}
-
-}  // namespace
-
-bool ReaderCore::destinationIs(const char* folder) const {
-  return dest_.isOpen() && dest_.path() == withoutTrailingSlashes(folder);
-}
-
-bool ReaderCore::openDestination(const char* folder) {
-  if (destinationIs(folder)) return true;
-  return dest_.open(withoutTrailingSlashes(folder), [this](const std::string& p, int attempt,
-                                                           int err, bool final) {
+  if (dest_.isOpen() && dest_.path() == path) return true;
+  return dest_.open(path, [this](const std::string& p, int attempt, int err, bool final) {
     const std::string text = errorText(err);
     if (final) {
       log(kLogLevelWarning, "Failed to create directory after %d retry attempts: %s with code %s",
@@ -133,9 +120,7 @@ bool ReaderCore::openDestination(const char* folder) {
 bool ReaderCore::unzipFile(const char* destFolder, bool junkPaths, unsigned long mode) {
   if (zip_ == nullptr) return false;
   const char* folder = destFolder != nullptr ? destFolder : outputFolder_;
-  // Within a whole archive the destination is open already, by descriptor.
-  const bool open = wholeArchive_ && destinationIs(folder);
-  if (!open && (!createFolder(folder) || !openDestination(folder))) {
+  if (!createFolder(folder) || !openDestination(folder)) {
     log(kLogLevelError, "Failed to create destinationFolder '%s'.  %s", folder,
         errorText(errno).c_str());
     return false;
@@ -530,8 +515,11 @@ bool ReaderCore::unzipTo(const char* destFolder, bool junkPaths, unsigned long m
   if (threads_ > 1) {
     ok = extractInParallel(destFolder, junkPaths, mode);
   } else {
+    // The destination is open already: each entry goes straight to its plan.
     do {
-      ok = unzipFile(destFolder, junkPaths, mode);
+      Entry entry;
+      planEntry(destFolder, junkPaths, mode, entry);
+      ok = extractPlanned(entry);
     } while (ok && gotoNextFile(nullptr));
   }
   wholeArchive_ = false;
