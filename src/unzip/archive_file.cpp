@@ -225,7 +225,7 @@ bool ArchiveFile::readLocal(const ZipEntryRecord& rec, LocalEntry& out, std::str
   }
   const size_t dataAt = extraAt + extraLen;
   out.data.clear();
-  if (dataAt <= static_cast<size_t>(got) &&
+  if (withData && dataAt <= static_cast<size_t>(got) &&
       rec.compressedSize <= static_cast<size_t>(got) - dataAt) {
     out.data.assign(reinterpret_cast<const char*>(head) + dataAt,
                     static_cast<size_t>(rec.compressedSize));

@@ -70,14 +70,16 @@ size_t sequenceLength(unsigned char lead, unsigned char& low, unsigned char& hig
 // name; a stale one (the name was changed by a tool that kept the block)
 // does not count.
 bool unicodePathName(const ZipEntryRecord& rec, std::string& name) {
-  const uint32_t storedCrc = static_cast<uint32_t>(crc32(
-      0L, reinterpret_cast<const Bytef*>(rec.name.data()), static_cast<uInt>(rec.name.size())));
   bool found = false;
   forEachExtraBlock(rec.extra, [&](uint16_t id, const unsigned char* d, size_t size) {
     if (found || id != kUnicodePathBlock || size <= kUnicodePathHeader ||
-        d[0] != kUnicodePathVersion || le32(d + 1) != storedCrc) {
+        d[0] != kUnicodePathVersion) {
       return;
     }
+    // Only names that have such a block pay for the check.
+    const uint32_t storedCrc = static_cast<uint32_t>(crc32(
+        0L, reinterpret_cast<const Bytef*>(rec.name.data()), static_cast<uInt>(rec.name.size())));
+    if (le32(d + 1) != storedCrc) return;
     std::string candidate(reinterpret_cast<const char*>(d) + kUnicodePathHeader,
                           size - kUnicodePathHeader);
     if (!isValidUtf8(candidate)) return;
