@@ -148,10 +148,6 @@ bool destinationOf(const Options& opt, const std::string& archive, std::string& 
   return true;
 }
 
-struct DirCloser {
-  void operator()(DIR* dir) const { closedir(dir); }
-};
-
 // A DEST that holds anything is only written into with -o or -k.
 bool checkDestination(const Options& opt, Display& display, const std::string& dest, int& rc) {
   struct stat st;
@@ -165,7 +161,7 @@ bool checkDestination(const Options& opt, Display& display, const std::string& d
     return false;
   }
   if (opt.overwrite || opt.keepExisting) return true;
-  std::unique_ptr<DIR, DirCloser> dir(opendir(dest.c_str()));
+  FolderReader dir(opendir(dest.c_str()));
   if (!dir) {
     rc = fail(display, "cannot extract into " + dest + ": " + errnoText());
     return false;

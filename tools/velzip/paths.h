@@ -3,7 +3,10 @@
 #ifndef VELZIP_TOOL_PATHS_H
 #define VELZIP_TOOL_PATHS_H
 
+#include <dirent.h>
+
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace velzip_tool {
@@ -22,6 +25,12 @@ std::string errnoText();
 // Each absolute in text replaced by given.
 std::string asGiven(std::string text, const std::string& absolute, const std::string& given);
 std::string withoutTrailingSlashes(std::string path);
+
+struct DirCloser {
+  void operator()(DIR* dir) const { closedir(dir); }
+};
+// A folder open for reading, closed with the object.
+using FolderReader = std::unique_ptr<DIR, DirCloser>;
 
 }  // namespace velzip_tool
 

@@ -3,18 +3,15 @@
 #include <fnmatch.h>
 #include <locale.h>
 
+#include "paths.h"
+
 namespace velzip_tool {
 namespace {
 
 constexpr char kCompanionFolder[] = "__MACOSX/";
 
-std::string withoutTrailingSlash(std::string text) {
-  while (text.size() > 1 && text.back() == '/') text.pop_back();
-  return text;
-}
-
 std::vector<std::string> normalised(std::vector<std::string> globs) {
-  for (auto& g : globs) g = withoutTrailingSlash(g);
+  for (auto& g : globs) g = withoutTrailingSlashes(g);
   return globs;
 }
 
@@ -51,7 +48,7 @@ bool Selection::included(const std::string& name) const {
 
 // The name itself and each folder on its way.
 bool Selection::matches(const std::vector<std::string>& globs, const std::string& name) {
-  const std::string whole = withoutTrailingSlash(name);
+  const std::string whole = withoutTrailingSlashes(name);
   Utf8Matching utf8;
   for (size_t end = whole.find('/');; end = whole.find('/', end + 1)) {
     const std::string part = end == std::string::npos ? whole : whole.substr(0, end);

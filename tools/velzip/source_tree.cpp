@@ -5,15 +5,13 @@
 
 #include <memory>
 
+#include "paths.h"
+
 namespace velzip_tool {
 namespace {
 
-struct DirCloser {
-  void operator()(DIR* dir) const { closedir(dir); }
-};
-
 void addTree(const std::string& folder, const TreeFilter& takes, TreeTotals& totals) {
-  std::unique_ptr<DIR, DirCloser> dir(opendir(folder.c_str()));
+  FolderReader dir(opendir(folder.c_str()));
   if (!dir) return;
   while (const dirent* item = readdir(dir.get())) {
     const std::string name = item->d_name;
